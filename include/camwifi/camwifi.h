@@ -1,0 +1,18 @@
+/*
+ * camwifi: the camera's Wi-Fi features, as the camera UI calls them.
+ *
+ * Every feature follows the same order: register its callback, start it, use
+ * it, terminate it. Events that happen later (a phone announced itself, a
+ * transfer finished, a renderer appeared) reach the UI through the feature's
+ * callback, on whatever thread produced them; the callback must be safe to call
+ * from any thread and must return promptly. The data a callback receives lives
+ * only for the duration of the call: copy what you keep.
+ *
+ * This header is usable from C and C++.
+ */
+#ifndef CAMWIFI_CAMWIFI_H
+#define CAMWIFI_CAMWIFI_H
+
+#include "camwifi/camwifi_frame.h"
+
+#endif

@@ -1,0 +1,27 @@
+#!/usr/bin/env bash
+# Sets the machine up, configures, builds and runs the whole suite in parallel.
+#   scripts/test.sh                    plain build in build/
+#   scripts/test.sh asan               AddressSanitizer + UBSan build in build-asan/
+#   scripts/test.sh tsan               ThreadSanitizer build in build-tsan/
+# Exits non-zero on any build error, failed test or sanitizer report.
+set -euo pipefail
+cd "$(dirname "$0")/.."
+
+flavour="${1:-plain}"
+case "$flavour" in
+  plain) dir=build; flags=() ;;
+  asan)  dir=build-asan; flags=(-DCAMWIFI_ASAN=ON) ;;
+  tsan)  dir=build-tsan; flags=(-DCAMWIFI_TSAN=ON) ;;
+  *) echo "usage: $0 [plain|asan|tsan]" >&2; exit 2 ;;
+esac
+
+scripts/setup.sh
+jobs="$(nproc)"
+cmake -S . -B "$dir" "${flags[@]}" >/dev/null
+cmake --build "$dir" -j "$jobs"
+
+# Sanitizer reports fail the test that produced them.
+export ASAN_OPTIONS="detect_leaks=1:abort_on_error=1:halt_on_error=1"
+export UBSAN_OPTIONS="halt_on_error=1:print_stacktrace=1"
+export TSAN_OPTIONS="halt_on_error=1:second_deadlock_stack=1"
+ctest --test-dir "$dir" -j "$jobs" --output-on-failure

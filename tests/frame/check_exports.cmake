@@ -1,0 +1,37 @@
+# Compares the dynamic symbols that libcamwifi.so defines with the functions
+# the public headers mark CAMWIFI_API: both lists must be equal.
+file(GLOB headers "${HEADER_DIR}/*.h")
+set(declared "")
+foreach(h ${headers})
+  file(READ "${h}" text)
+  string(REGEX MATCHALL "CAMWIFI_API[^;(]*\\(" decls "${text}")
+  foreach(d ${decls})
+    string(REGEX MATCH "([A-Za-z_][A-Za-z0-9_]*)[ \t]*\\($" m "${d}")
+    list(APPEND declared "${CMAKE_MATCH_1}")
+  endforeach()
+endforeach()
+# The macro's own definition is not a declaration.
+list(REMOVE_ITEM declared "__attribute__")
+list(REMOVE_DUPLICATES declared)
+list(SORT declared)
+
+execute_process(COMMAND ${NM} -D --defined-only "${LIBRARY}"
+  OUTPUT_VARIABLE out RESULT_VARIABLE rc)
+if(NOT rc EQUAL 0)
+  message(FATAL_ERROR "nm failed on ${LIBRARY}")
+endif()
+string(REPLACE "\n" ";" lines "${out}")
+set(exported "")
+foreach(l ${lines})
+  string(REGEX MATCH "[^ ]+$" name "${l}")
+  if(name)
+    list(APPEND exported "${name}")
+  endif()
+endforeach()
+list(SORT exported)
+
+if(NOT declared STREQUAL exported)
+  message(FATAL_ERROR "exported symbols differ from the API\n declared: ${declared}\n exported: ${exported}")
+endif()
+list(LENGTH exported n)
+message(STATUS "libcamwifi.so exports exactly the ${n} API functions")

@@ -1,0 +1,48 @@
+#include "support/test_support.h"
+
+#include <cstdlib>
+#include <filesystem>
+#include <stdexcept>
+
+namespace testsupport {
+
+std::string messageOf(const host::LogLine& line) {
+    const std::string& t = line.text;
+    size_t start = t.find("> ");
+    if (start == std::string::npos) return t;
+    start += 2;
+    if (t.compare(start, 5, "\x1b[31m") == 0) start += 5;
+    else if (t.compare(start, 3, "\x1b[m") == 0) start += 3;
+    size_t end = t.size();
+    if (t.size() >= 4 && t.compare(t.size() - 4, 4, "\x1b[m\n") == 0) end -= 4;
+    return t.substr(start, end - start);
+}
+
+std::vector<std::string> messages(const std::string& tag) {
+    std::vector<std::string> out;
+    for (auto& l : host::logLines())
+        if (tag.empty() || l.tag == tag) out.push_back(messageOf(l));
+    return out;
+}
+
+int countLogged(const std::string& text, const std::string& tag) {
+    int n = 0;
+    for (auto& m : messages(tag))
+        if (m == text) ++n;
+    return n;
+}
+
+bool logged(const std::string& text, const std::string& tag) { return countLogged(text, tag) > 0; }
+
+TempDir::TempDir() {
+    std::string tmpl = (std::filesystem::temp_directory_path() / "camwifi-test-XXXXXX").string();
+    if (mkdtemp(&tmpl[0]) == nullptr) throw std::runtime_error("mkdtemp failed");
+    m_path = tmpl;
+}
+
+TempDir::~TempDir() {
+    std::error_code ec;
+    std::filesystem::remove_all(m_path, ec);
+}
+
+}  // namespace testsupport
