@@ -1,0 +1,5 @@
+list(APPEND CAMWIFI_SOURCES
+  ${CAMWIFI_SOURCE_DIR}/DlnaLog.cpp
+  ${CAMWIFI_SOURCE_DIR}/DlnaPath.cpp
+  ${CAMWIFI_SOURCE_DIR}/DlnaFrame.cpp
+)
