@@ -98,27 +98,24 @@ TEST_F(Threads, CurrentThreadOnTheStartingThreadIsNull) {
 }
 
 TEST_F(Threads, DestroyingAStartedThreadWaitsForItsBody) {
-    std::atomic<bool> bodyDone{false};
-    std::atomic<bool> started{false};
+    static std::atomic<bool> bodyDone{false};
+    static std::atomic<bool> started{false};
+    bodyDone = false;
+    started = false;
+    // Destroyed through the base: the base destructor does the join. The body
+    // touches no member of its object, which is already being torn down.
+    struct Slow : SPGenericThreadEx {
+        void entry() override {
+            started.store(true);
+            SPGenericThread::sleep(200);
+            bodyDone.store(true);
+        }
+    };
     auto t0 = std::chrono::steady_clock::now();
-    {
-        // Destroyed through the base: the base destructor does the join.
-        struct Slow : SPGenericThreadEx {
-            std::atomic<bool>* started;
-            std::atomic<bool>* done;
-            void entry() override {
-                started->store(true);
-                SPGenericThread::sleep(200);
-                done->store(true);
-            }
-        };
-        auto* t = new Slow;
-        t->started = &started;
-        t->done = &bodyDone;
-        t->start();
-        while (!started.load()) std::this_thread::sleep_for(std::chrono::milliseconds(1));
-        delete static_cast<SPGenericThread*>(t);
-    }
+    auto* t = new Slow;
+    t->start();
+    while (!started.load()) std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    delete static_cast<SPGenericThread*>(t);
     EXPECT_TRUE(bodyDone.load());
     // The body's sleep counts truncated wall-clock milliseconds.
     EXPECT_GE(elapsedMs(t0), 190);
