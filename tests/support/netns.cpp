@@ -1,0 +1,76 @@
+#include "support/netns.h"
+
+#include <fcntl.h>
+#include <sched.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <cstdio>
+#include <cstdlib>
+
+namespace testsupport {
+namespace {
+
+int run(const std::string& command) {
+    int rc = std::system((command + " >/dev/null 2>&1").c_str());
+    return WIFEXITED(rc) ? WEXITSTATUS(rc) : -1;
+}
+
+}  // namespace
+
+std::string netnsUnavailableReason() {
+    if (geteuid() != 0) return "network namespace tests need root (CI runs them as root)";
+    if (run("command -v ip") != 0) return "the ip command (iproute2) is not installed";
+    NetNamespace probe("cw-probe");
+    if (!probe.ok()) return "ip netns add failed: network namespaces are not available here";
+    return "";
+}
+
+NetNamespace::NetNamespace(const std::string& baseName) {
+    static std::atomic<int> counter{0};
+    m_name = baseName + "-" + std::to_string(getpid()) + "-" + std::to_string(counter++);
+    m_ok = run("ip netns add " + m_name) == 0 && exec("ip link set lo up") == 0;
+}
+
+NetNamespace::~NetNamespace() {
+    if (!m_name.empty()) run("ip netns del " + m_name);
+}
+
+int NetNamespace::exec(const std::string& command) const {
+    return run("ip netns exec " + m_name + " " + command);
+}
+
+std::string NetNamespace::output(const std::string& command) const {
+    std::string out;
+    FILE* p = popen(("ip netns exec " + m_name + " " + command + " 2>/dev/null").c_str(), "r");
+    if (p == nullptr) return out;
+    char buf[256];
+    size_t n;
+    while ((n = fread(buf, 1, sizeof buf, p)) > 0) out.append(buf, n);
+    pclose(p);
+    while (!out.empty() && (out.back() == '\n' || out.back() == ' ')) out.pop_back();
+    return out;
+}
+
+bool joinByVeth(const NetNamespace& a, const std::string& ifA, const std::string& addrA,
+                const NetNamespace& b, const std::string& ifB, const std::string& addrB) {
+    return a.exec("ip link add " + ifA + " type veth peer name " + ifB + " netns " + b.name()) == 0 &&
+           a.exec("ip addr add " + addrA + " dev " + ifA) == 0 && a.exec("ip link set " + ifA + " up") == 0 &&
+           b.exec("ip addr add " + addrB + " dev " + ifB) == 0 && b.exec("ip link set " + ifB + " up") == 0;
+}
+
+EnterNetNamespace::EnterNetNamespace(const NetNamespace& ns) {
+    m_oldFd = open("/proc/thread-self/ns/net", O_RDONLY | O_CLOEXEC);
+    int fd = open(("/var/run/netns/" + ns.name()).c_str(), O_RDONLY | O_CLOEXEC);
+    if (m_oldFd >= 0 && fd >= 0) m_ok = setns(fd, CLONE_NEWNET) == 0;
+    if (fd >= 0) close(fd);
+}
+
+EnterNetNamespace::~EnterNetNamespace() {
+    if (m_oldFd >= 0) {
+        if (m_ok) setns(m_oldFd, CLONE_NEWNET);
+        close(m_oldFd);
+    }
+}
+
+}  // namespace testsupport
