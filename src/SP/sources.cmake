@@ -1,3 +1,6 @@
 list(APPEND CAMWIFI_SOURCES
   ${CAMWIFI_SOURCE_DIR}/SPDebug.cpp
+  ${CAMWIFI_SOURCE_DIR}/http.cpp
+  ${CAMWIFI_SOURCE_DIR}/SP_HTTP_Request.cpp
+  ${CAMWIFI_SOURCE_DIR}/SP_HTTP_Response.cpp
 )

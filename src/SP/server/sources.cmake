@@ -1,0 +1,3 @@
+list(APPEND CAMWIFI_SOURCES
+  ${CAMWIFI_SOURCE_DIR}/SPAccessControlInfo.cpp
+)
