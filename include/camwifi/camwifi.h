@@ -14,5 +14,6 @@
 #define CAMWIFI_CAMWIFI_H
 
 #include "camwifi/camwifi_frame.h"
+#include "camwifi/camwifi_media.h"
 
 #endif

@@ -15,6 +15,14 @@ int NASLWifi_InitMemory(unsigned long poolSize, unsigned long blockSize);
 /* Releases the memory pool. Returns its status unchanged. */
 int NASLWifi_DestroyMemory(void);
 
+/* ---- File list of the memory card ---------------------------------------- */
+/* Builds the service library's list of the card's files, which the network
+ * features read while they run; noCard non-zero builds it for a camera
+ * without a card. Non-zero (1) on success, 0 on failure. */
+int NASLWifi_InitFileList(int noCard);
+/* Releases the file list. Non-zero (1) on success, 0 on failure (no list). */
+int NASLWifi_DestroyFileList(void);
+
 #ifdef __cplusplus
 }
 #endif

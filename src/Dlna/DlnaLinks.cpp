@@ -1,0 +1,219 @@
+// TV link and smartphone link: the two ways the card is shared through the
+// media server, their fixed teardown order, and the smartphone link's
+// user-start handshake.
+#include "Dlna/DlnaLinks.h"
+
+#include <semaphore.h>
+#include <sys/stat.h>
+
+#include <cerrno>
+#include <chrono>
+#include <condition_variable>
+#include <mutex>
+
+#include "Dlna/DlnaDms.h"
+#include "Dlna/DlnaFrame.h"
+#include "Dlna/DlnaLog.h"
+#include "Dlna/DlnaPath.h"
+#include "Dlna/DlnaStack.h"
+#include "SP/osal/SPGenericThread.h"
+#include "camwifi/camwifi_media.h"
+#include "nasl_wifi.h"
+#include "zeb_stack.h"
+
+namespace {
+
+// "No answer yet" in the user start value.
+constexpr int kSPLNoAnswer = 65535;
+
+// The handshake's semaphore exists from the smartphone link start to its
+// terminate. The lock guards the pointer and the count of threads inside
+// sem_wait, so that terminate never destroys it under a waiter.
+std::mutex gSPLLock;
+std::condition_variable gSPLWaitersGone;
+sem_t* gDlnaSPLSemaphore = nullptr;
+int gSPLWaiters = 0;
+std::atomic<int> gSPLUserStart{kSPLNoAnswer};
+
+std::mutex gPhoneAddressLock;
+std::string gSmartphoneLinkIPAddr;
+
+// A start thread still preparing the server would use the stack while it is
+// taken down: it is cancelled and given time to finish first.
+void finishStartThreads() {
+    if (DlnaDmsStartThreadsRunning() == 0) return;
+    DlnaDmsCancel();
+    for (int i = 0; i < 1000 && DlnaDmsStartThreadsRunning() > 0; ++i) SPGenericThread::sleep(10);
+}
+
+// Teardown shared by both links: each part that was brought up, once.
+void stopMediaServer() {
+    DLNAStopThread();
+    if (gDmsServerStarted.exchange(false)) {
+        DMSAppStop();
+        DLNA_LOG_I(DLNA_TAG, "DMSApp stopped");
+    }
+    if (gDmsHandle.exchange(kDmsNoHandle) != kDmsNoHandle) {
+        DMSAppTerminate();
+        DLNA_LOG_I(DLNA_TAG, "DMSApp Terminated");
+    }
+    if (gDlnaHTTPInitialized.exchange(false)) {
+        ZEBHTTPTerminate();
+        DLNA_LOG_I(DLNA_TAG, "ZEBHTTP Terminated");
+    }
+    if (gDlnaStackInitialized.exchange(false)) {
+        ZEBTerminateZEB();
+        DLNA_LOG_I(DLNA_TAG, "ZEBTerminateZEB() completed");
+    }
+}
+
+void createSPLSemaphore() {
+    std::lock_guard<std::mutex> g(gSPLLock);
+    if (gDlnaSPLSemaphore != nullptr) return;
+    // 16 bytes on the camera's 32-bit C library; sized for the host's here.
+    sem_t* sem = static_cast<sem_t*>(ZEBMemAllocMA(sizeof(sem_t)));
+    if (sem == nullptr || sem_init(sem, 0, 0) != 0) {
+        DLNA_LOG_E_LOGONLY(DLNA_TAG, "ERR: [DlnaSmartphoneLinkStart] gDlnaSPLSemaphore not created ");
+        ZEBMemFreeMA(sem);
+        return;
+    }
+    gDlnaSPLSemaphore = sem;
+}
+
+// Wakes every waiter (with no answer unless one was given) and releases the
+// semaphore once they have all left sem_wait.
+void destroySPLSemaphore() {
+    std::unique_lock<std::mutex> l(gSPLLock);
+    sem_t* sem = gDlnaSPLSemaphore;
+    gDlnaSPLSemaphore = nullptr;  // later waits and answers find no handshake
+    if (sem == nullptr) return;
+    for (int i = 0; i < gSPLWaiters; ++i) sem_post(sem);
+    if (!gSPLWaitersGone.wait_for(l, std::chrono::seconds(5), [] { return gSPLWaiters == 0; })) {
+        // A waiter that never left would wait on freed memory: keep it.
+        DLNA_LOG_E_LOGONLY(DLNA_TAG, "ERR: [DlnaSmartphoneLinkTerminate] gDlnaSPLSemaphore still in use ");
+        return;
+    }
+    sem_destroy(sem);
+    ZEBMemFreeMA(sem);
+}
+
+void initFileList(const char* caller) {
+    if (!NASLWifi_InitFileList(0)) DLNA_LOG_E_LOGONLY(DLNA_TAG, "ERR: [%s] NASLWifi_InitFileList() failed !!! ", caller);
+}
+
+void destroyFileList(const char* caller) {
+    if (!NASLWifi_DestroyFileList())
+        DLNA_LOG_E_LOGONLY(DLNA_TAG, "ERR: [%s] NASLWifi_DestroyFileList() failed !!! ", caller);
+}
+
+}  // namespace
+
+void SetSmartphoneLinkIPAddr(const char* address) {
+    std::lock_guard<std::mutex> g(gPhoneAddressLock);
+    gSmartphoneLinkIPAddr = address ? address : "";
+}
+
+std::string GetSmartphoneLinkIPAddr() {
+    std::lock_guard<std::mutex> g(gPhoneAddressLock);
+    return gSmartphoneLinkIPAddr;
+}
+
+extern "C" {
+
+int DlnaTVLinkStart(ZEB_UI_CALLBACK callback, const char* mediaDir, int aclMode) {
+    SetAllShareMode(1);
+    DlnaSetTransferSize(1);  // pictures reach the TV unchanged
+    struct stat st;
+    if (stat(DlnaFixedPath("/mnt/mmc/autoip.txt").c_str(), &st) == 0) {
+        ZEBSetDlnaCertificationState(true);
+        DLNA_LOG_I(DLNA_TAG, "UPnP/DLNA certification mode");
+    }
+    SetSelectImagePath(nullptr);
+    DlnaDMSSetCallback(callback);
+    SetACLMode(static_cast<unsigned int>(aclMode));
+    initFileList(__FUNCTION__);
+    return DlnaDmsLaunchStartThread("DlnaTVLinkStart", mediaDir);
+}
+
+void DlnaTVLinkTerminate(void) {
+    DLNA_LOG_I(DLNA_TAG, "DlnaTVLinkTerminate() ENTER ");
+    SPGenericThread::sleep(500);
+    finishStartThreads();
+    stopMediaServer();
+    ZEBSetDlnaCertificationState(false);
+    destroyFileList(__FUNCTION__);
+    DLNA_LOG_I(DLNA_TAG, "DlnaTVLinkTerminate() EXIT ");
+}
+
+int DlnaTVLinkSendAlive(void) { return DMSAppSendAliveTemporary(); }
+
+int DlnaTVLinkSetConnectionState(int state, const char* mac) {
+    DLNA_LOG_I(DLNA_TAG, "[DlnaTVLinkSetConnectionState] received event result -> macAddr [%s] ",
+               mac ? mac : "(null)");
+    int result = DmsAppACLAddEntry(state == 0, mac);
+    DMSAppSendAliveTemporary();
+    return result;
+}
+
+int DlnaSmartphoneLinkStart(ZEB_UI_CALLBACK callback, const char* mediaDir, char* selectPath,
+                            const char* phoneAddress) {
+    SetAllShareMode(2);
+    SetSmartphoneLinkIPAddr(phoneAddress);
+    createSPLSemaphore();
+    SetSelectImagePath(selectPath);
+    DlnaDMSSetCallback(callback);
+    initFileList(__FUNCTION__);
+    return DlnaDmsLaunchStartThread("DlnaSmartphoneLinkStart", mediaDir);
+}
+
+void DlnaSmartphoneLinkTerminate(void) {
+    DLNA_LOG_I(DLNA_TAG, "DlnaSmartphoneLinkTerminate() enter");
+    if (GlobalEventHandleLock* lock = GlobalEventHandleLock::GetInstance()) lock->ReleaseLock();
+    finishStartThreads();
+    stopMediaServer();
+    destroySPLSemaphore();
+    SetAllShareMode(0);
+    destroyFileList(__FUNCTION__);
+    DLNA_LOG_I(DLNA_TAG, "DlnaSmartphoneLinkTerminate() EXIT ");
+}
+
+int DlnaSPLWaitingUserStartEvent(int* answer) {
+    std::unique_lock<std::mutex> l(gSPLLock);
+    sem_t* sem = gDlnaSPLSemaphore;
+    if (sem == nullptr) {
+        DLNA_LOG_E_LOGONLY(DLNA_TAG, "[DlnaSPLWaitingUserStartEvent] sem_wait(gMpegStopedSemaphore) error no. %d",
+                           EINVAL);
+        return -1;
+    }
+    // An answer already posted keeps its value for this wait.
+    int pending = 0;
+    if (sem_getvalue(sem, &pending) != 0 || pending <= 0) gSPLUserStart = kSPLNoAnswer;
+    ++gSPLWaiters;
+    l.unlock();
+    int r;
+    do {
+        r = sem_wait(sem);
+    } while (r != 0 && errno == EINTR);  // the alarm handler interrupts waits
+    int err = errno;
+    l.lock();
+    --gSPLWaiters;
+    gSPLWaitersGone.notify_all();
+    if (r != 0) {
+        DLNA_LOG_E_LOGONLY(DLNA_TAG, "[DlnaSPLWaitingUserStartEvent] sem_wait(gMpegStopedSemaphore) error no. %d",
+                           err);
+    } else if (answer != nullptr) {
+        *answer = gSPLUserStart;
+    }
+    return r;
+}
+
+void DlnaSPLSendUserStartEvent(bool confirmed) {
+    std::lock_guard<std::mutex> g(gSPLLock);
+    gSPLUserStart = confirmed ? 1 : 2;
+    if (gDlnaSPLSemaphore != nullptr) {
+        DLNA_LOG_I(DLNA_TAG, "DlnaSPLSendUserStartEvent () give semaphone gDlnaSPLSemaphore");
+        sem_post(gDlnaSPLSemaphore);
+    }
+}
+
+}  // extern "C"
