@@ -1,3 +1,5 @@
 list(APPEND CAMWIFI_SOURCES
   ${CAMWIFI_SOURCE_DIR}/SPAccessControlInfo.cpp
+  ${CAMWIFI_SOURCE_DIR}/SPHTTPHandler.cpp
+  ${CAMWIFI_SOURCE_DIR}/SPServer.cpp
 )

@@ -1,0 +1,3 @@
+#include "SP/SPDeviceName.h"
+
+char gDeviceName[32] = "Camera";
