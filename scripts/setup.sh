@@ -12,13 +12,18 @@ arm=0
 if [[ "${1:-}" == "--arm" ]]; then
   arm=1
   packages+=(g++-arm-linux-gnueabihf qemu-user libgtest-dev:armhf libgmock-dev:armhf
-             libjpeg62-turbo-dev:armhf libsqlite3-dev:armhf)
+             libjpeg62-turbo-dev:armhf libsqlite3-dev:armhf libstdc++6:armhf)
 fi
 
+native="$(dpkg --print-architecture)"
 missing=()
 for p in "${packages[@]}"; do
+  # With a second architecture added, a bare name matches one package per
+  # architecture: ask for the native one (or the architecture-free one).
+  q="$p"
+  if [[ "$p" != *:* ]] && dpkg-query -W "$p:$native" >/dev/null 2>&1; then q="$p:$native"; fi
   # ${db:Status-Status} is "installed" only for a fully installed package.
-  if [[ "$(dpkg-query -W -f='${db:Status-Status}' "$p" 2>/dev/null)" != "installed" ]]; then
+  if [[ "$(dpkg-query -W -f='${db:Status-Status}' "$q" 2>/dev/null)" != "installed" ]]; then
     missing+=("$p")
   fi
 done
@@ -32,5 +37,42 @@ if [[ $arm -eq 1 ]] && ! dpkg --print-foreign-architectures | grep -qx armhf; th
   $sudo dpkg --add-architecture armhf
 fi
 echo "setup: installing ${missing[*]}"
-$sudo apt-get update
-DEBIAN_FRONTEND=noninteractive $sudo apt-get install -y --no-install-recommends "${missing[@]}"
+
+# One package manager at a time: wait (bounded) for an apt or dpkg run that
+# is already going on this machine instead of failing on its lock.
+for _ in $(seq 1 240); do
+  pgrep -x 'apt-get|apt|dpkg|aptitude' >/dev/null || break
+  echo "setup: waiting for the running package manager to finish"
+  sleep 5
+done
+apt_get=($sudo env DEBIAN_FRONTEND=noninteractive apt-get -o DPkg::Lock::Timeout=600)
+
+# A mirror may serve one index in the middle of a sync ("File has unexpected
+# size ... Mirror sync in progress?"). Retry the update a few times, then go
+# on with the indexes that did arrive: only a failed install fails the setup.
+updated=0
+for attempt in 1 2 3; do
+  if "${apt_get[@]}" update; then updated=1; break; fi
+  echo "setup: apt-get update reported a failure (attempt $attempt of 3)" >&2
+  sleep $((attempt * 5))
+done
+if "${apt_get[@]}" install -y --no-install-recommends "${missing[@]}"; then
+  exit 0
+fi
+if [[ $updated -eq 1 ]]; then
+  exit 1
+fi
+# Without one architecture's security index, packages that must have the same
+# version on every architecture (libc headers, libssl, krb5) cannot match the
+# newer amd64 ones. Take the release suite's own versions for this install so
+# both architectures agree; the next update brings the security versions back.
+codename="$(. /etc/os-release && echo "${VERSION_CODENAME:-}")"
+if [[ -z "$codename" ]]; then
+  exit 1
+fi
+pref="$(mktemp)"
+trap 'rm -f "$pref"' EXIT
+printf 'Package: *\nPin: release n=%s\nPin-Priority: 1001\n' "$codename" >"$pref"
+echo "setup: an index is missing; installing with the versions of the $codename suite"
+"${apt_get[@]}" -o Dir::Etc::Preferences="$pref" install -y --no-install-recommends \
+  --allow-downgrades "${missing[@]}"

@@ -7,6 +7,7 @@
 #include <atomic>
 
 #include "camwifi/camwifi_frame.h"
+#include "Dlna/DlnaAbi.h"
 
 // Callback slots, null until the UI registers one. Written by the UI thread,
 // read by server, transfer and stack threads: atomic words, no lock.
