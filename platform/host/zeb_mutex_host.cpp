@@ -2,9 +2,10 @@
 //
 // The stack's mutexes are recursive: the push server takes its client-entry
 // lock and, still holding it, calls helpers that take the same lock again, so
-// a plain mutex would deadlock there. Here each one is a real recursive
-// pthread mutex, which also reports a release by a thread that does not hold
-// it (EPERM) the way the stack does, instead of undefined behaviour.
+// a plain mutex would deadlock there. Here each one is a real recursive mutex
+// that knows its owner, so a release by a thread not holding it (EPERM) and
+// the deletion of a held mutex (EBUSY) are refused the way the stack refuses
+// them, instead of reaching the system lock as undefined behaviour.
 //
 // Every call is journalled with the mutex's name ("ZEBAcquireMutex(SP_ACL_MUTEX)",
 // "(null)" for a null handle). A scripted result makes a call fail:
@@ -12,19 +13,21 @@
 // taking anything; ZEBReleaseMutex and ZEBDeleteMutex return it after doing
 // the real thing, so a test that scripts a failure cannot leave a mutex
 // held or leaked behind it.
-#include <pthread.h>
-
+#include <atomic>
 #include <cerrno>
 #include <mutex>
 #include <set>
 #include <string>
+#include <thread>
 
 #include "host_internal.h"
 #include "zeb_stack.h"
 
 struct ZEBMutex_s {
-    pthread_mutex_t mutex;  // the real lock, recursive
-    std::string name;       // label given at creation, for the journal
+    std::recursive_mutex mutex;          // the real lock
+    std::string name;                    // label given at creation, for the journal
+    std::atomic<std::thread::id> owner;  // holder, default id when free; only its holder sees itself here
+    int depth = 0;                       // holds by the owner; changed only while holding the lock
 };
 
 namespace {
@@ -65,15 +68,6 @@ extern "C" ZEB_ERROR_CODE ZEBCreateMutex(ZEB_MUTEX* mutex, const char* name) {
 
     ZEB_MUTEX m = new ZEBMutex_s;
     m->name = name ? name : "";
-    pthread_mutexattr_t attr;
-    pthread_mutexattr_init(&attr);
-    pthread_mutexattr_settype(&attr, PTHREAD_MUTEX_RECURSIVE);
-    const int rc = pthread_mutex_init(&m->mutex, &attr);
-    pthread_mutexattr_destroy(&attr);
-    if (rc != 0) {
-        delete m;
-        return rc;
-    }
     Registry& r = registry();
     std::lock_guard<std::mutex> g(r.lock);
     r.live.insert(m);
@@ -86,13 +80,22 @@ extern "C" ZEB_ERROR_CODE ZEBAcquireMutex(ZEB_MUTEX mutex) {
     const long long scripted = host::scriptedOr("ZEBAcquireMutex", 0);
     if (scripted != 0) return static_cast<ZEB_ERROR_CODE>(scripted);
     if (mutex == nullptr || !isLive(mutex)) return EINVAL;
-    return pthread_mutex_lock(&mutex->mutex);
+    mutex->mutex.lock();
+    if (mutex->depth++ == 0) mutex->owner.store(std::this_thread::get_id());
+    return 0;
 }
 
 extern "C" ZEB_ERROR_CODE ZEBReleaseMutex(ZEB_MUTEX mutex) {
     host::journal("ZEBReleaseMutex(%s)", nameOf(mutex).c_str());
     int rc = EINVAL;
-    if (mutex != nullptr && isLive(mutex)) rc = pthread_mutex_unlock(&mutex->mutex);
+    if (mutex != nullptr && isLive(mutex)) {
+        rc = EPERM;
+        if (mutex->owner.load() == std::this_thread::get_id()) {
+            if (--mutex->depth == 0) mutex->owner.store(std::thread::id());
+            mutex->mutex.unlock();
+            rc = 0;
+        }
+    }
     return static_cast<ZEB_ERROR_CODE>(host::scriptedOr("ZEBReleaseMutex", rc));
 }
 
@@ -103,9 +106,13 @@ extern "C" ZEB_ERROR_CODE ZEBDeleteMutex(ZEB_MUTEX mutex) {
         Registry& r = registry();
         std::unique_lock<std::mutex> g(r.lock);
         if (r.live.count(mutex) != 0) {
-            rc = pthread_mutex_destroy(&mutex->mutex);
             // A mutex still held (EBUSY) stays alive: destroying it would be
             // undefined, and its holder may still release it.
+            rc = EBUSY;
+            if (mutex->mutex.try_lock()) {
+                if (mutex->depth == 0) rc = 0;  // held by nobody, the caller included
+                mutex->mutex.unlock();
+            }
             if (rc == 0) {
                 r.live.erase(mutex);
                 g.unlock();

@@ -11,15 +11,16 @@
 
 #include "zeb_stack.h"
 
-// Which list an operation works on.
-enum SPAclType {
+// Which list an operation works on. Callers pass plain numbers, so the
+// underlying type is fixed: any int is a valid (possibly unknown) type.
+enum SPAclType : int {
     SP_ACL_ACCESS_LIST = 0,  // admitted phones
     SP_ACL_DENIED_LIST = 1,  // refused phones
     SP_ACL_THIRD_LIST = 2,   // counted by getEntrySize only; nothing fills it
 };
 
 // The list's mode; this list always works in mode 2.
-enum SPAclMode {
+enum SPAclMode : int {
     SP_ACL_MODE_FIXED = 2,
 };
 
