@@ -1,6 +1,7 @@
 list(APPEND CAMWIFI_SOURCES
   ${CAMWIFI_SOURCE_DIR}/SPDebug.cpp
   ${CAMWIFI_SOURCE_DIR}/SPDeviceName.cpp
+  ${CAMWIFI_SOURCE_DIR}/SPInterface.cpp
   ${CAMWIFI_SOURCE_DIR}/http.cpp
   ${CAMWIFI_SOURCE_DIR}/SP_HTTP_Request.cpp
   ${CAMWIFI_SOURCE_DIR}/SP_HTTP_Response.cpp
