@@ -19,13 +19,12 @@
 
 #include "SP/osal/SPGenericSocket.h"
 #include "SP/osal/SPSocketListener.h"
+#include "osal_test_util.h"
 #include "support/test_support.h"
 
-namespace {
+using osaltest::elapsedMs;
 
-int64_t elapsedMs(std::chrono::steady_clock::time_point since) {
-    return std::chrono::duration_cast<std::chrono::milliseconds>(std::chrono::steady_clock::now() - since).count();
-}
+namespace {
 
 // Socket pairs whose first ends the listener watches; writing into the
 // second end makes the first readable.

@@ -24,20 +24,12 @@
 #include <vector>
 
 #include "SP/osal/SPGenericSocket.h"
+#include "osal_test_util.h"
 #include "support/test_support.h"
 
+using namespace osaltest;
+
 namespace {
-
-int64_t elapsedMs(std::chrono::steady_clock::time_point since) {
-    return std::chrono::duration_cast<std::chrono::milliseconds>(std::chrono::steady_clock::now() - since).count();
-}
-
-void sleepMs(int ms) { std::this_thread::sleep_for(std::chrono::milliseconds(ms)); }
-
-bool waitFor(const std::atomic<bool>& flag, int limitMs = 5000) {
-    for (int i = 0; i < limitMs && !flag.load(); ++i) sleepMs(1);
-    return flag.load();
-}
 
 struct sockaddr_in loopback(uint16_t port) {
     struct sockaddr_in a;
@@ -53,6 +45,13 @@ uint16_t portOf(int fd) {
     socklen_t len = sizeof(a);
     getsockname(fd, reinterpret_cast<struct sockaddr*>(&a), &len);
     return ntohs(a.sin_port);
+}
+
+// An int-valued socket option read back from the kernel; -1 if unreadable.
+int intOption(int fd, int level, int name) {
+    int value = 0;
+    socklen_t len = sizeof(value);
+    return getsockopt(fd, level, name, &value, &len) == 0 ? value : -1;
 }
 
 bool isNonBlockingFd(int fd) { return (fcntl(fd, F_GETFL) & O_NONBLOCK) != 0; }
@@ -106,25 +105,6 @@ int indexOf(const std::vector<std::string>& v, const std::string& s) {
         if (v[i] == s) return static_cast<int>(i);
     return -1;
 }
-
-std::atomic<int> gSignalsSeen{0};
-void countSignal(int) { gSignalsSeen.fetch_add(1); }
-
-// SIGUSR1 handled without SA_RESTART while the object lives.
-class InterruptingSignal {
-public:
-    InterruptingSignal() {
-        gSignalsSeen = 0;
-        struct sigaction sa {};
-        sa.sa_handler = countSignal;
-        sigemptyset(&sa.sa_mask);
-        sigaction(SIGUSR1, &sa, &m_old);
-    }
-    ~InterruptingSignal() { sigaction(SIGUSR1, &m_old, nullptr); }
-
-private:
-    struct sigaction m_old {};
-};
 
 class Sockets : public testing::Test {
 protected:
@@ -196,14 +176,19 @@ std::vector<std::unique_ptr<Fd>> fillAcceptQueue(int listenerFd) {
     return fillers;
 }
 
+// A loopback listener whose full accept queue drops every new SYN.
+struct SynDroppingListener {
+    Fd listener{rawTcp(0)};
+    std::vector<std::unique_ptr<Fd>> fillers = fillAcceptQueue(listener.fd);
+    struct sockaddr_in address = loopback(portOf(listener.fd));
+};
+
 TEST_F(Sockets, ConnectToAListenerDroppingSynsTimesOutAfterTheLimitAndItsExtraSecond) {
-    Fd listener(rawTcp(0));
-    ASSERT_GE(listener.fd, 0);
-    auto fillers = fillAcceptQueue(listener.fd);
-    struct sockaddr_in a = loopback(portOf(listener.fd));
+    SynDroppingListener full;
+    ASSERT_GE(full.listener.fd, 0);
     SPTCPSocket s;
     const auto t0 = std::chrono::steady_clock::now();
-    EXPECT_FALSE(s.connect(&a, 1));
+    EXPECT_FALSE(s.connect(&full.address, 1));
     const int64_t took = elapsedMs(t0);
     EXPECT_TRUE(loggedAsError("Timeout Error-1 !!!", "DLNA_OSAL")) << testing::PrintToString(testsupport::messages());
     // One second left is waited as 1 s + 999999 us (kept as designed).
@@ -213,17 +198,16 @@ TEST_F(Sockets, ConnectToAListenerDroppingSynsTimesOutAfterTheLimitAndItsExtraSe
 }
 
 TEST_F(Sockets, ConnectWithZeroSecondsWaitsWithoutLimitForCompletion) {
-    Fd listener(rawTcp(0));
-    ASSERT_GE(listener.fd, 0);
-    auto fillers = fillAcceptQueue(listener.fd);
-    struct sockaddr_in a = loopback(portOf(listener.fd));
+    SynDroppingListener full;
+    ASSERT_GE(full.listener.fd, 0);
+    Fd& listener = full.listener;
     SPTCPSocket s;
     std::atomic<bool> done{false};
     std::atomic<bool> result{false};
     std::atomic<int64_t> took{0};
     std::thread connector([&] {
         const auto t0 = std::chrono::steady_clock::now();
-        result = s.connect(&a, 0);
+        result = s.connect(&full.address, 0);
         took = elapsedMs(t0);
         done = true;
     });
@@ -495,10 +479,7 @@ TEST_F(Sockets, SocketsCreatedWithStdinClosedNeverGetDescriptorZero) {
         SPTCPSocket tcp;
         EXPECT_GT(tcp.get_fd(), 0);
         EXPECT_FALSE(isOpenFd(0)) << "descriptor 0 is left free";
-        int reuse = 0;
-        socklen_t len = sizeof(reuse);
-        EXPECT_EQ(getsockopt(tcp.get_fd(), SOL_SOCKET, SO_REUSEADDR, &reuse, &len), 0);
-        EXPECT_EQ(reuse, 1);
+        EXPECT_EQ(intOption(tcp.get_fd(), SOL_SOCKET, SO_REUSEADDR), 1);
         SPUDPSocket udp;
         EXPECT_GT(udp.get_fd(), 0);
         EXPECT_FALSE(isOpenFd(0));
@@ -557,14 +538,8 @@ TEST_F(Sockets, DescriptorZeroIsNeverAdoptedNorClosed) {
 TEST_F(Sockets, TcpSocketIsCreatedWithAddressReuse) {
     SPTCPSocket s;
     ASSERT_GT(s.get_fd(), 0);
-    int reuse = 0;
-    socklen_t len = sizeof(reuse);
-    ASSERT_EQ(getsockopt(s.get_fd(), SOL_SOCKET, SO_REUSEADDR, &reuse, &len), 0);
-    EXPECT_EQ(reuse, 1);
-    int type = 0;
-    len = sizeof(type);
-    getsockopt(s.get_fd(), SOL_SOCKET, SO_TYPE, &type, &len);
-    EXPECT_EQ(type, SOCK_STREAM);
+    EXPECT_EQ(intOption(s.get_fd(), SOL_SOCKET, SO_REUSEADDR), 1);
+    EXPECT_EQ(intOption(s.get_fd(), SOL_SOCKET, SO_TYPE), SOCK_STREAM);
 }
 
 TEST_F(Sockets, BindRecordsTheLocalAddressAndRefusesAPortInUse) {
@@ -604,12 +579,9 @@ TEST_F(Sockets, AcceptedSocketHasReuseSendLimitAndBothAddresses) {
     ASSERT_EQ(::connect(client.fd, reinterpret_cast<struct sockaddr*>(&a), sizeof(a)), 0);
     std::unique_ptr<SPTCPSocket> conn(server->accept());
     ASSERT_NE(conn, nullptr);
-    int reuse = 0;
-    socklen_t len = sizeof(reuse);
-    ASSERT_EQ(getsockopt(conn->get_fd(), SOL_SOCKET, SO_REUSEADDR, &reuse, &len), 0);
-    EXPECT_EQ(reuse, 1);
+    EXPECT_EQ(intOption(conn->get_fd(), SOL_SOCKET, SO_REUSEADDR), 1);
     struct timeval limit = {0, 0};
-    len = sizeof(limit);
+    socklen_t len = sizeof(limit);
     ASSERT_EQ(getsockopt(conn->get_fd(), SOL_SOCKET, SO_SNDTIMEO, &limit, &len), 0);
     EXPECT_EQ(limit.tv_sec, 120);
     EXPECT_EQ(limit.tv_usec, 0);
@@ -683,14 +655,8 @@ SPUDPSocket* boundUdp() {
 TEST_F(Sockets, UdpSocketHasItsSendBuffer) {
     SPUDPSocket u;
     ASSERT_GT(u.get_fd(), 0);
-    int size = 0;
-    socklen_t len = sizeof(size);
-    ASSERT_EQ(getsockopt(u.get_fd(), SOL_SOCKET, SO_SNDBUF, &size, &len), 0);
-    EXPECT_GE(size, 102400);  // Linux reports twice the value set
-    int type = 0;
-    len = sizeof(type);
-    getsockopt(u.get_fd(), SOL_SOCKET, SO_TYPE, &type, &len);
-    EXPECT_EQ(type, SOCK_DGRAM);
+    EXPECT_GE(intOption(u.get_fd(), SOL_SOCKET, SO_SNDBUF), 102400);  // Linux reports twice the value set
+    EXPECT_EQ(intOption(u.get_fd(), SOL_SOCKET, SO_TYPE), SOCK_DGRAM);
 }
 
 TEST_F(Sockets, UdpSendtoAndReadfromOverLoopback) {

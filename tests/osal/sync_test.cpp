@@ -16,24 +16,14 @@
 #include "SP/osal/SPAtomicOp.h"
 #include "SP/osal/SPGenericEvent.h"
 #include "SP/osal/SPGenericMutex.h"
+#include "osal_test_util.h"
 #include "support/test_support.h"
 
 using testing::internal::CaptureStderr;
 using testing::internal::GetCapturedStderr;
+using namespace osaltest;
 
 namespace {
-
-int64_t elapsedMs(std::chrono::steady_clock::time_point since) {
-    return std::chrono::duration_cast<std::chrono::milliseconds>(std::chrono::steady_clock::now() - since).count();
-}
-
-void sleepMs(int ms) { std::this_thread::sleep_for(std::chrono::milliseconds(ms)); }
-
-// Polls flag for up to limitMs; true once it is set.
-bool waitFor(const std::atomic<bool>& flag, int limitMs = 5000) {
-    for (int i = 0; i < limitMs && !flag.load(); ++i) sleepMs(1);
-    return flag.load();
-}
 
 // The semaphore's deadline is taken from the millisecond clock (truncated), so
 // a wait of N ms may end up to 1 ms before N ms have passed on a finer clock.
@@ -254,27 +244,6 @@ TEST_F(Sync, ConcurrentEventPostsNeverCountAboveOne) {
     EXPECT_EQ(e.getValue(), 1);
     EXPECT_EQ(testsupport::countLogged("myAssert", "DLNA_OSAL"), 0);
 }
-
-// Counts deliveries of the test signal; installed without SA_RESTART so the
-// blocked call sees EINTR.
-std::atomic<int> gSignalsSeen{0};
-void countSignal(int) { gSignalsSeen.fetch_add(1); }
-
-class InterruptingSignal {
-public:
-    InterruptingSignal() {
-        gSignalsSeen = 0;
-        struct sigaction sa {};
-        sa.sa_handler = countSignal;
-        sigemptyset(&sa.sa_mask);
-        sa.sa_flags = 0;
-        sigaction(SIGUSR1, &sa, &m_old);
-    }
-    ~InterruptingSignal() { sigaction(SIGUSR1, &m_old, nullptr); }
-
-private:
-    struct sigaction m_old {};
-};
 
 TEST_F(Sync, TimedWaitInterruptedBySignalsEndsAtTheFirstDeadline) {
     InterruptingSignal sig;

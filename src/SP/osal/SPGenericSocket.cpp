@@ -224,13 +224,18 @@ void SPGenericSocket::close() {
     m_iSocket = 0;
 }
 
-SPTCPSocket::SPTCPSocket() {
-    const int fd = SPKeepOffDescriptorZero(socket(AF_INET, SOCK_STREAM, 0));
+bool SPGenericSocket::open(int type) {
+    const int fd = SPKeepOffDescriptorZero(socket(AF_INET, type, 0));
     if (fd < 0) {
         OSAL_MYASSERT();
-        return;
+        return false;
     }
     m_iSocket = fd;
+    return true;
+}
+
+SPTCPSocket::SPTCPSocket() {
+    if (!open(SOCK_STREAM)) return;
     const int on = 1;
     if (setsockopt(m_iSocket, SOL_SOCKET, SO_REUSEADDR, &on, sizeof(on)) != 0) OSAL_MYASSERT();
 }
@@ -284,12 +289,7 @@ SPTCPSocket* SPTCPSocket::accept() {
 }
 
 SPUDPSocket::SPUDPSocket() {
-    const int fd = SPKeepOffDescriptorZero(socket(AF_INET, SOCK_DGRAM, 0));
-    if (fd < 0) {
-        OSAL_MYASSERT();
-        return;
-    }
-    m_iSocket = fd;
+    if (!open(SOCK_DGRAM)) return;
     const int size = kUdpSendBuffer;
     (void)setsockopt(m_iSocket, SOL_SOCKET, SO_SNDBUF, &size, sizeof(size));
 }

@@ -50,6 +50,9 @@ protected:
     // The descriptor to hand to the system: -1 when there is no socket, so a
     // call on an empty object fails with EBADF instead of reaching stdin.
     int sysFd() const { return m_iSocket > 0 ? m_iSocket : -1; }
+    // Creates an IPv4 socket of the given type (never on descriptor 0);
+    // failure logs "myAssert" and leaves the object without a socket.
+    bool open(int type);
 
     int m_iSocket = 0;
     struct sockaddr_in m_local;
