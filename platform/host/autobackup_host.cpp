@@ -28,6 +28,13 @@ int result(const char* method, int fallback = 0) { return static_cast<int>(host:
 
 }  // namespace
 
+// A step without arguments: journalled, scripted result or 0.
+#define AUTOBACKUP_STEP(method)                          \
+    int AutoBackup::method() {                           \
+        host::journal("AutoBackup::" #method "()");      \
+        return result("AutoBackup::" #method);           \
+    }
+
 bool host::media::fireAutoBackupEvent(int event, unsigned int value1, unsigned int value2, int* out) {
     AutoBackupUiEventCallBack cb = gEventCallback.load();
     if (cb == nullptr) return false;
@@ -60,10 +67,7 @@ int AutoBackup::StartAutoBackupbyThread(const char* path) {
     return result("AutoBackup::StartAutoBackupbyThread", 1);
 }
 
-int AutoBackup::StopAutoBackup() {
-    host::journal("AutoBackup::StopAutoBackup()");
-    return result("AutoBackup::StopAutoBackup");
-}
+AUTOBACKUP_STEP(StopAutoBackup)
 
 int AutoBackup::GetPCInfo(char** pcName, char** pcAddress) {
     host::journal("AutoBackup::GetPCInfo(%p, %p)", static_cast<void*>(pcName), static_cast<void*>(pcAddress));
@@ -72,10 +76,7 @@ int AutoBackup::GetPCInfo(char** pcName, char** pcAddress) {
     return result("AutoBackup::GetPCInfo");
 }
 
-int AutoBackup::InvalidatePCInfo() {
-    host::journal("AutoBackup::InvalidatePCInfo()");
-    return result("AutoBackup::InvalidatePCInfo");
-}
+AUTOBACKUP_STEP(InvalidatePCInfo)
 
 int AutoBackup::SearchServer(unsigned int* count, void** servers) {
     host::journal("AutoBackup::SearchServer(%p, %p)", static_cast<void*>(count), static_cast<void*>(servers));
@@ -90,10 +91,7 @@ int AutoBackup::SaveAutobackupServer(int index) {
     return result("AutoBackup::SaveAutobackupServer");
 }
 
-int AutoBackup::Cancel() {
-    host::journal("AutoBackup::Cancel()");
-    return result("AutoBackup::Cancel");
-}
+AUTOBACKUP_STEP(Cancel)
 
 int AutoBackup::Connect(int index, int option) {
     host::journal("AutoBackup::Connect(%d, %d)", index, option);
@@ -110,37 +108,10 @@ int AutoBackup::RegisterTargetServer(char* udn, char* name) {
     return result("AutoBackup::RegisterTargetServer");
 }
 
-int AutoBackup::Prepare() {
-    host::journal("AutoBackup::Prepare()");
-    return result("AutoBackup::Prepare");
-}
-
-int AutoBackup::GetObject() {
-    host::journal("AutoBackup::GetObject()");
-    return result("AutoBackup::GetObject");
-}
-
-int AutoBackup::FileUpload() {
-    host::journal("AutoBackup::FileUpload()");
-    return result("AutoBackup::FileUpload");
-}
-
-int AutoBackup::Pause() {
-    host::journal("AutoBackup::Pause()");
-    return result("AutoBackup::Pause");
-}
-
-int AutoBackup::Resume() {
-    host::journal("AutoBackup::Resume()");
-    return result("AutoBackup::Resume");
-}
-
-int AutoBackup::RemoveDB() {
-    host::journal("AutoBackup::RemoveDB()");
-    return result("AutoBackup::RemoveDB");
-}
-
-int AutoBackup::DeletePCInfo() {
-    host::journal("AutoBackup::DeletePCInfo()");
-    return result("AutoBackup::DeletePCInfo");
-}
+AUTOBACKUP_STEP(Prepare)
+AUTOBACKUP_STEP(GetObject)
+AUTOBACKUP_STEP(FileUpload)
+AUTOBACKUP_STEP(Pause)
+AUTOBACKUP_STEP(Resume)
+AUTOBACKUP_STEP(RemoveDB)
+AUTOBACKUP_STEP(DeletePCInfo)

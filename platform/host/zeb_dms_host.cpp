@@ -101,6 +101,23 @@ const bool registered = (host::addResetHook(resetDms), true);
 
 const char* orNull(const char* s) { return s ? s : "(null)"; }
 
+ZEB_ERROR_CODE result(const char* fn, long long fallback = 0) {
+    return static_cast<ZEB_ERROR_CODE>(host::scriptedOr(fn, fallback));
+}
+
+void setFlag(bool DmsState::*flag, bool value) {
+    DmsState& s = dms();
+    std::lock_guard<std::mutex> g(s.lock);
+    s.*flag = value;
+}
+
+// A stop call: journalled, the thread really ended, scripted result or 0.
+ZEB_ERROR_CODE stopWorker(const char* fn, Worker* worker) {
+    host::journal("%s()", fn);
+    worker->stop();
+    return result(fn);
+}
+
 // Writes the server's device description when the folder has none, as the
 // stack does when it creates the server, so that the friendly name can be
 // read back from it.
@@ -175,67 +192,47 @@ extern "C" ZEB_ERROR_CODE ZEBInitializeZEB(const char* configFile) {
 }
 
 extern "C" ZEB_ERROR_CODE ZEBTerminateZEB(void) {
-    host::journal("ZEBTerminateZEB()");
+    ZEB_ERROR_CODE r = stopWorker("ZEBTerminateZEB", dms().timer);
     DmsState& s = dms();
-    s.timer->stop();
-    {
-        std::lock_guard<std::mutex> g(s.lock);
-        s.configFile.clear();
-    }
-    return static_cast<ZEB_ERROR_CODE>(host::scriptedOr("ZEBTerminateZEB", 0));
+    std::lock_guard<std::mutex> g(s.lock);
+    s.configFile.clear();
+    return r;
 }
 
-extern "C" ZEB_ERROR_CODE ZEBStopTimerThreadZEB(void) {
-    host::journal("ZEBStopTimerThreadZEB()");
-    dms().timer->stop();
-    return static_cast<ZEB_ERROR_CODE>(host::scriptedOr("ZEBStopTimerThreadZEB", 0));
-}
+extern "C" ZEB_ERROR_CODE ZEBStopTimerThreadZEB(void) { return stopWorker("ZEBStopTimerThreadZEB", dms().timer); }
 
 extern "C" ZEB_ERROR_CODE ZEBHTTPInitialize(void) {
     host::journal("ZEBHTTPInitialize()");
     long long scripted;
     if (host::takeScriptedResult("ZEBHTTPInitialize", &scripted)) return static_cast<ZEB_ERROR_CODE>(scripted);
-    DmsState& s = dms();
-    {
-        std::lock_guard<std::mutex> g(s.lock);
-        s.httpInitialised = true;
-    }
-    s.httpAsync->start();
+    setFlag(&DmsState::httpInitialised, true);
+    dms().httpAsync->start();
     return 0;
 }
 
 extern "C" ZEB_ERROR_CODE ZEBHTTPTerminate(void) {
-    host::journal("ZEBHTTPTerminate()");
-    DmsState& s = dms();
-    s.httpAsync->stop();
-    {
-        std::lock_guard<std::mutex> g(s.lock);
-        s.httpInitialised = false;
-    }
-    return static_cast<ZEB_ERROR_CODE>(host::scriptedOr("ZEBHTTPTerminate", 0));
+    ZEB_ERROR_CODE r = stopWorker("ZEBHTTPTerminate", dms().httpAsync);
+    setFlag(&DmsState::httpInitialised, false);
+    return r;
 }
 
 extern "C" ZEB_ERROR_CODE ZEBHTTPStopAsyncThread(void) {
-    host::journal("ZEBHTTPStopAsyncThread()");
-    dms().httpAsync->stop();
-    return static_cast<ZEB_ERROR_CODE>(host::scriptedOr("ZEBHTTPStopAsyncThread", 0));
+    return stopWorker("ZEBHTTPStopAsyncThread", dms().httpAsync);
 }
 
 extern "C" ZEB_ERROR_CODE ZEBPauseHTTPMUServer(int profileId) {
     host::journal("ZEBPauseHTTPMUServer(%d)", profileId);
-    return static_cast<ZEB_ERROR_CODE>(host::scriptedOr("ZEBPauseHTTPMUServer", 0));
+    return result("ZEBPauseHTTPMUServer");
 }
 
 extern "C" ZEB_ERROR_CODE ZEBResumeHTTPMUServer(int profileId) {
     host::journal("ZEBResumeHTTPMUServer(%d)", profileId);
-    return static_cast<ZEB_ERROR_CODE>(host::scriptedOr("ZEBResumeHTTPMUServer", 0));
+    return result("ZEBResumeHTTPMUServer");
 }
 
 extern "C" void ZEBSetDlnaCertificationState(bool certification) {
     host::journal("ZEBSetDlnaCertificationState(%d)", certification ? 1 : 0);
-    DmsState& s = dms();
-    std::lock_guard<std::mutex> g(s.lock);
-    s.certification = certification;
+    setFlag(&DmsState::certification, certification);
 }
 
 extern "C" ZEB_ERROR_CODE DMSAppInitialize(int* dmsHandle, stDMSAppConfig* config) {
@@ -284,14 +281,9 @@ extern "C" ZEB_ERROR_CODE DMSAppStart(unsigned int aclMode) {
 }
 
 extern "C" ZEB_ERROR_CODE DMSAppStop(void) {
-    host::journal("DMSAppStop()");
-    DmsState& s = dms();
-    s.dmsTimer->stop();
-    {
-        std::lock_guard<std::mutex> g(s.lock);
-        s.dmsStarted = false;
-    }
-    return static_cast<ZEB_ERROR_CODE>(host::scriptedOr("DMSAppStop", 0));
+    ZEB_ERROR_CODE r = stopWorker("DMSAppStop", dms().dmsTimer);
+    setFlag(&DmsState::dmsStarted, false);
+    return r;
 }
 
 extern "C" ZEB_ERROR_CODE DMSAppTerminate(void) {
@@ -302,18 +294,14 @@ extern "C" ZEB_ERROR_CODE DMSAppTerminate(void) {
         s.dmsCreated = false;
         s.acl.clear();
     }
-    return static_cast<ZEB_ERROR_CODE>(host::scriptedOr("DMSAppTerminate", 0));
+    return result("DMSAppTerminate");
 }
 
-extern "C" ZEB_ERROR_CODE DMSAppStopTimerThread(void) {
-    host::journal("DMSAppStopTimerThread()");
-    dms().dmsTimer->stop();
-    return static_cast<ZEB_ERROR_CODE>(host::scriptedOr("DMSAppStopTimerThread", 0));
-}
+extern "C" ZEB_ERROR_CODE DMSAppStopTimerThread(void) { return stopWorker("DMSAppStopTimerThread", dms().dmsTimer); }
 
 extern "C" ZEB_ERROR_CODE DMSAppSendAliveTemporary(void) {
     host::journal("DMSAppSendAliveTemporary()");
-    return static_cast<ZEB_ERROR_CODE>(host::scriptedOr("DMSAppSendAliveTemporary", 0));
+    return result("DMSAppSendAliveTemporary");
 }
 
 extern "C" ZEB_ERROR_CODE DmsAppACLAddEntry(bool allowed, const char* mac) {
@@ -334,7 +322,5 @@ GlobalEventHandleLock* GlobalEventHandleLock::GetInstance() {
 
 void GlobalEventHandleLock::ReleaseLock() {
     host::journal("GlobalEventHandleLock::ReleaseLock()");
-    DmsState& s = dms();
-    std::lock_guard<std::mutex> g(s.lock);
-    s.globalLockReleased = true;
+    setFlag(&DmsState::globalLockReleased, true);
 }

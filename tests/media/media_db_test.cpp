@@ -107,28 +107,30 @@ TEST_F(MediaDatabase, ScannerOfAMissingFolderFailsAndLeavesTheDatabaseEmpty) {
     ZEBTerminateZEB();
 }
 
-TEST_F(MediaDatabase, CancelReleasesAHeldScanPromptlyWithoutRecordingAnything) {
-    ASSERT_EQ(ZEBInitializeZEB(path("/mnt/mmc/config/UPnPConfig.xml").c_str()), 0);
+// Scans the card with the scan held at its start; release() lets it go on.
+// Returns the scanner's result.
+template <typename Release>
+int heldScan(const std::string& dir, Release release) {
     host::media::holdScans(true);
     int result = -1;
-    std::thread scan([&] { result = ZEBUtilStartFileScanner(20, dcim().c_str()); });
-    ASSERT_TRUE(host::media::waitForHeldScan(10000));
-    DirectoryScanner::GetInstance()->CancelScanDirectory();
+    std::thread scan([&] { result = ZEBUtilStartFileScanner(20, dir.c_str()); });
+    bool held = host::media::waitForHeldScan(10000);
+    release();
     scan.join();
-    EXPECT_NE(result, 0);
+    EXPECT_TRUE(held) << "the scan never began";
+    return result;
+}
+
+TEST_F(MediaDatabase, CancelReleasesAHeldScanPromptlyWithoutRecordingAnything) {
+    ASSERT_EQ(ZEBInitializeZEB(path("/mnt/mmc/config/UPnPConfig.xml").c_str()), 0);
+    EXPECT_NE(heldScan(dcim(), [] { DirectoryScanner::GetInstance()->CancelScanDirectory(); }), 0);
     EXPECT_TRUE(readObjects(dbPath()).empty());
     ZEBTerminateZEB();
 }
 
 TEST_F(MediaDatabase, ReleasedHoldLetsTheScanFinish) {
     ASSERT_EQ(ZEBInitializeZEB(path("/mnt/mmc/config/UPnPConfig.xml").c_str()), 0);
-    host::media::holdScans(true);
-    int result = -1;
-    std::thread scan([&] { result = ZEBUtilStartFileScanner(20, dcim().c_str()); });
-    ASSERT_TRUE(host::media::waitForHeldScan(10000));
-    host::media::holdScans(false);
-    scan.join();
-    EXPECT_EQ(result, 0);
+    EXPECT_EQ(heldScan(dcim(), [] { host::media::holdScans(false); }), 0);
     EXPECT_EQ(readObjects(dbPath()).size(), 4u);
     ZEBTerminateZEB();
 }
