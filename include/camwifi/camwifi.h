@@ -15,5 +15,6 @@
 
 #include "camwifi/camwifi_frame.h"
 #include "camwifi/camwifi_media.h"
+#include "camwifi/camwifi_mode.h"
 
 #endif

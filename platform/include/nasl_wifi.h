@@ -15,6 +15,13 @@ int NASLWifi_InitMemory(unsigned long poolSize, unsigned long blockSize);
 /* Releases the memory pool. Returns its status unchanged. */
 int NASLWifi_DestroyMemory(void);
 
+/* ---- AT HTTP server (used by the mode server API) ------------------------- */
+/* Starts the service library's own HTTP server. Returns its status unchanged
+ * (0 success). The name's spelling is the library's. */
+int AT_HttpSeverStart(void);
+/* Stops that server. Returns its status unchanged (0 success). */
+int AT_HttpServerTerminate(void);
+
 /* ---- File list of the memory card ---------------------------------------- */
 /* Builds the service library's list of the card's files, which the network
  * features read while they run; noCard non-zero builds it for a camera

@@ -200,4 +200,52 @@ public:
 };
 #endif
 
+/* ======================================================================== */
+/* ---- Item list and network interface list (used by the mode server) ----- */
+/* ======================================================================== */
+#ifdef __cplusplus
+/* The stack's list of untyped items, kept in insertion order. The list holds
+ * pointers only: whoever fills it owns the items and releases them, usually
+ * through RemoveAllListItem with a deleter. */
+class DMSCDSList {
+public:
+    /* Called once per item by RemoveAllListItem. */
+    typedef void (*ItemDeleter)(void* item);
+
+    DMSCDSList();
+    /* Frees the list's own bookkeeping; items still held are not touched. */
+    ~DMSCDSList();
+
+    /* Appends item (null is refused). 0 on success. */
+    int AddItem(void* item);
+    /* Calls deleter (when not null) on every item in insertion order, then
+     * empties the list. */
+    void RemoveAllListItem(ItemDeleter deleter);
+    /* Number of items held. */
+    unsigned int GetNumberOfItems() const;
+    /* The item at index (0 = first added); null past the end. */
+    void* GetItemAt(unsigned int index) const;
+
+private:
+    DMSCDSList(const DMSCDSList&);
+    DMSCDSList& operator=(const DMSCDSList&);
+
+    struct DMSCDSListImpl* m_pImpl; /* the stack's storage of the items */
+};
+
+/* One network interface the stack serves on. Handed out by ZEBGetNicList;
+ * the entry and both texts are allocated with ZEBMemAllocMA and released by
+ * the caller with ZEBMemFreeMA. */
+typedef struct {
+    char* pIPAddress;    /* dotted IPv4 address of the interface, or null */
+    char* pFriendlyName; /* the interface's name ("wlan0"), or null */
+} ZEB_UI_NET_INFO;
+
+/* Appends one ZEB_UI_NET_INFO* per interface (loopback excluded) to list,
+ * in the system's order; the caller owns and frees the entries. 0 on
+ * success (also with no interface), non-zero when list is null or the
+ * interfaces cannot be read. */
+ZEB_ERROR_CODE ZEBGetNicList(DMSCDSList* list);
+#endif
+
 #endif

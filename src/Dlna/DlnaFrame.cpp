@@ -12,7 +12,7 @@ std::atomic<ZEB_UI_CALLBACK> gMrcpCallback{nullptr};
 std::atomic<ZEB_UI_CALLBACK> gMscpCallback{nullptr};
 std::atomic<ZEB_UI_CALLBACK> gSelectivePushCallback{nullptr};
 std::atomic<ZEB_UI_CALLBACK> gRVFCallback{nullptr};
-std::atomic<ZEB_UI_CALLBACK> gModeServerCallback{nullptr};
+std::atomic<ZEB_MODE_CALLBACK> gModeServerCallback{nullptr};
 
 namespace {
 

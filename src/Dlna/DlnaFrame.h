@@ -7,6 +7,7 @@
 #include <atomic>
 
 #include "camwifi/camwifi_frame.h"
+#include "camwifi/camwifi_mode.h"
 #include "Dlna/DlnaAbi.h"
 
 // Callback slots, null until the UI registers one. Written by the UI thread,
@@ -16,7 +17,9 @@ extern std::atomic<ZEB_UI_CALLBACK> gMrcpCallback;
 extern std::atomic<ZEB_UI_CALLBACK> gMscpCallback;
 extern std::atomic<ZEB_UI_CALLBACK> gSelectivePushCallback;
 extern std::atomic<ZEB_UI_CALLBACK> gRVFCallback;
-extern std::atomic<ZEB_UI_CALLBACK> gModeServerCallback;
+// The mode server's slot has its own type: its third argument carries a
+// pointer (the user agent text), so it is pointer-wide (camwifi_mode.h).
+extern std::atomic<ZEB_MODE_CALLBACK> gModeServerCallback;
 
 // Forward one event to the feature's callback. 1 when a callback was called,
 // 0 when none was registered (the event is logged and dropped).

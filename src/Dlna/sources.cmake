@@ -6,4 +6,5 @@ list(APPEND CAMWIFI_SOURCES
   ${CAMWIFI_SOURCE_DIR}/DlnaDms.cpp
   ${CAMWIFI_SOURCE_DIR}/DlnaLinks.cpp
   ${CAMWIFI_SOURCE_DIR}/DlnaAutoBackup.cpp
+  ${CAMWIFI_SOURCE_DIR}/DlnaRvfMl.cpp
 )

@@ -1,0 +1,39 @@
+// Test control of the host stand-ins the mode server uses: the DLNA stack's
+// network interface list and the application-service library's AT HTTP
+// server.
+#ifndef CAMWIFI_HOST_MODE_H
+#define CAMWIFI_HOST_MODE_H
+
+#include <string>
+#include <vector>
+
+namespace host {
+namespace nic {
+
+// One interface as ZEBGetNicList hands it out; an empty text is handed out
+// as a null pointer.
+struct Entry {
+    std::string ip;            // dotted IPv4 address
+    std::string friendlyName;  // interface name
+};
+
+// From now until useRealNicList() (or host::reset()), ZEBGetNicList hands
+// out exactly these entries instead of the host's interfaces. An empty
+// vector plays a camera without any interface address.
+void scriptNicList(const std::vector<Entry>& entries);
+// Back to the host's real IPv4 interfaces (loopback and interfaces that are
+// down left out).
+void useRealNicList();
+
+}  // namespace nic
+
+namespace at {
+
+// Whether the AT HTTP server was started (AT_HttpSeverStart) and not
+// terminated since.
+bool serverRunning();
+
+}  // namespace at
+}  // namespace host
+
+#endif

@@ -1,0 +1,3 @@
+#include "Dlna/DlnaRvfMl.h"
+
+void DlnaRvfMlGetDeviceDescUrl(char* /*path*/, unsigned int /*size*/) {}

@@ -1,0 +1,132 @@
+#include "ModeServer/ModeHttpRequest.h"
+
+#include <cctype>
+
+#include "Dlna/DlnaLog.h"
+#include "SP/http.h"
+
+namespace {
+
+const char kUserAgentPrefix[] = "ORB_MODE_";
+
+bool isBlank(char c) { return c == ' ' || c == '\t'; }
+
+// The lines of text, split at each CR LF; a last piece without CR LF counts
+// as a line too.
+std::vector<std::string> splitLines(const std::string& text) {
+    std::vector<std::string> lines;
+    size_t pos = 0;
+    for (;;) {
+        const size_t end = text.find("\r\n", pos);
+        if (end == std::string::npos) {
+            if (pos < text.size()) lines.push_back(text.substr(pos));
+            return lines;
+        }
+        lines.push_back(text.substr(pos, end - pos));
+        pos = end + 2;
+    }
+}
+
+std::string lowerCase(std::string text) {
+    for (char& c : text) c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
+    return text;
+}
+
+}  // namespace
+
+void ModeHttpRequest::clear() { *this = ModeHttpRequest(); }
+
+bool ModeHttpRequest::parse(const std::string& text) {
+    clear();
+    const std::vector<std::string> lines = splitLines(text);
+    if (lines.empty() || !parseRequestLine(lines[0])) return false;
+    for (size_t i = 1; i < lines.size() && !lines[i].empty(); ++i) addHeaderLine(lines[i]);
+    interpretHeaders();
+
+    DLNA_LOG_I(DLNA_MS_TAG, "\nReponse has been parsed:\n");
+    DLNA_LOG_I(DLNA_MS_TAG, "HTTP version =1.%d", m_iVersionMinor);
+    DLNA_LOG_I(DLNA_MS_TAG, "%s %s", m_sMethodText.c_str(), m_sUrl.c_str());
+    for (const MODE_HTTP_entity& h : m_vHeaders) DLNA_LOG_I(DLNA_MS_TAG, "%s:%s", h.m_sName.c_str(), h.m_sValue.c_str());
+    return true;
+}
+
+bool ModeHttpRequest::parseRequestLine(const std::string& line) {
+    size_t pos = 0;
+    while (pos < line.size() && !isBlank(line[pos])) ++pos;
+    m_sMethodText = line.substr(0, pos);
+    if (m_sMethodText == "GET") {
+        m_iMethod = METHOD_GET;
+    } else if (m_sMethodText == "HEAD") {
+        m_iMethod = METHOD_HEAD;
+    } else {
+        // Answered 501 by the handler; the rest of the line does not matter.
+        m_iMethod = METHOD_OTHER;
+        return true;
+    }
+    while (pos < line.size() && isBlank(line[pos])) ++pos;
+    const size_t urlStart = pos;
+    while (pos < line.size() && !isBlank(line[pos])) ++pos;
+    m_sUrl = line.substr(urlStart, pos - urlStart);
+
+    const std::string rest = line.substr(pos);
+    if (rest.find("HTTP/1.1") != std::string::npos) {
+        m_iVersionMinor = 1;
+    } else if (rest.find("HTTP/1.0") != std::string::npos) {
+        m_iVersionMinor = 0;
+    } else {
+        DLNA_LOG_E(DLNA_MS_TAG, "Error  parsing HTTP version!");
+        return false;
+    }
+    return true;
+}
+
+void ModeHttpRequest::addHeaderLine(const std::string& line) {
+    const size_t colon = line.find(':');
+    if (colon == std::string::npos) return;
+    size_t nameEnd = colon;
+    while (nameEnd > 0 && isBlank(line[nameEnd - 1])) --nameEnd;
+    size_t valueStart = colon + 1;
+    while (valueStart < line.size() && isBlank(line[valueStart])) ++valueStart;
+    m_vHeaders.emplace_back(line.substr(0, nameEnd), line.substr(valueStart));
+}
+
+void ModeHttpRequest::interpretHeaders() {
+    m_bKeepAlive = (m_iVersionMinor == 1);
+    m_uFlags = 0;
+    for (const MODE_HTTP_entity& h : m_vHeaders) {
+        const std::string& name = h.m_sName;
+        const std::string& value = h.m_sValue;
+        if (http::equalsNoCase(name, "Range")) {
+            continue;
+        } else if (http::equalsNoCase(name, "NTS")) {
+            // Trailing blanks are forgiven: "alive " is still an announcement,
+            // which is what a phone that pads its header means.
+            const std::string word = http::trimEndBlanks(value);
+            if (http::equalsNoCase(word, "alive")) m_uFlags |= FLAG_NTS_ALIVE;
+            else if (http::equalsNoCase(word, "byebye")) m_uFlags |= FLAG_NTS_BYEBYE;
+        } else if (http::equalsNoCase(name, "User-Agent")) {
+            const size_t at = value.find(kUserAgentPrefix);
+            m_sUserAgent = lowerCase(at == std::string::npos ? value : value.substr(at + sizeof kUserAgentPrefix - 1));
+        } else if (http::equalsNoCase(name, "CALLBACK")) {
+            m_sCallbackUrl = value;
+        } else if (http::equalsNoCase(name, "Data-Server")) {
+            const size_t colon = value.rfind(':');
+            if (colon == std::string::npos) {
+                DLNA_LOG_E(DLNA_MS_TAG, "invalid Data-Server Header");
+                continue;
+            }
+            m_sDataServerHost = value.substr(0, colon);
+            m_iDataServerPort = http::scanDecimal(value.substr(colon + 1));
+            DLNA_LOG_I(DLNA_MS_TAG, "Data Server INFO[%s:%d]", m_sDataServerHost.c_str(), m_iDataServerPort);
+        } else if (http::equalsNoCase(name, "Connection")) {
+            if (m_iVersionMinor == 1) {
+                m_uFlags |= FLAG_CONNECTION;
+                if (http::startsWithNoCase(value, "close")) m_bKeepAlive = false;
+            } else {
+                DLNA_LOG_I(DLNA_MS_TAG, "WARNING: \"Connection\" field is ignored for HTTP 1.0");
+            }
+        } else if (http::equalsNoCase(name, "Access-Method")) {
+            m_iAccessMethod = http::equalsNoCase(value, "nfc") ? 1 : 0;
+        }
+    }
+}
