@@ -315,17 +315,19 @@ int SPServer::notifyServiceStatus(eSPNotifyControlEvent event, int, SvcSPNotifyI
     }
 
     bool firstTime;
+    unsigned denialsBefore;
     {
         std::lock_guard<std::mutex> g(m_infoLock);
-        firstTime = !m_bFirstConfirmed;
-        m_bClientDenied = false;
+        // After the user refused a phone, the next one is asked as the first.
+        firstTime = !m_bFirstConfirmed || m_bClientDenied;
+        denialsBefore = m_uDenials;
     }
     int result = 1;
     if (firstTime) {
         DLNA_LOG_I(DLNA_SP_TAG, "[SP]  This is first time!!!");
         notifyUI(EVENT_DEVICE_NEW, &record);
         std::lock_guard<std::mutex> g(m_infoLock);
-        if (m_bClientDenied) {
+        if (m_uDenials != denialsBefore && m_sLastDeniedMac == info->mac) {
             // The user already refused this phone through the answer
             // function (401 sent): nothing more is written to it.
             DLNA_LOG_I(DLNA_SP_TAG, "[SP]  DENY");
@@ -335,6 +337,7 @@ int SPServer::notifyServiceStatus(eSPNotifyControlEvent event, int, SvcSPNotifyI
             m_iConfirmedPort = info->port;
             m_bConfirmed.store(true);
             m_bFirstConfirmed = true;
+            m_bClientDenied = false;
             DLNA_LOG_I(DLNA_SP_TAG, "[SP] m_sConfirmedIP = %s", m_sConfirmedIP.c_str());
         } else {
             DLNA_LOG_I(DLNA_SP_TAG, "[SP]  DENY");
@@ -394,9 +397,10 @@ void SPServer::sendClientStartNotice(const char* mac, bool accept) {
         // A refused phone is no longer the confirmed one: the next phone
         // that announces itself is asked about again.
         m_bClientDenied = true;
+        ++m_uDenials;
+        m_sLastDeniedMac = mac;
         if (m_sConfirmedMac == mac) {
             m_bConfirmed.store(false);
-            m_bFirstConfirmed = false;
             m_sConfirmedMac.clear();
             m_sConfirmedIP.clear();
             m_iConfirmedPort = 0;

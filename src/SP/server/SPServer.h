@@ -104,8 +104,10 @@ private:
     std::string m_sConfirmedIP;                     // confirmed phone's data server address (under m_infoLock)
     std::string m_sConfirmedMac;                    // confirmed phone's MAC address (under m_infoLock)
     int m_iConfirmedPort = 0;                       // confirmed phone's data server port (under m_infoLock)
-    bool m_bFirstConfirmed = false;                 // the first phone was accepted (under m_infoLock)
-    bool m_bClientDenied = false;                   // the user refused the confirmed phone: ask again (under m_infoLock)
+    bool m_bFirstConfirmed = false;                 // a phone was ever accepted (under m_infoLock)
+    bool m_bClientDenied = false;                   // the user refused a phone: the next one is asked as the first (under m_infoLock)
+    unsigned m_uDenials = 0;                        // refusals so far (under m_infoLock)
+    std::string m_sLastDeniedMac;                   // MAC of the last refused phone (under m_infoLock)
     SPAccessControlInfo* m_pAcl;                    // admitted phones (its entries read under m_infoLock)
     SPGenericSemaphore m_oReadySem{0};              // posted when the server listens
 
