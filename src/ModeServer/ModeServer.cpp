@@ -228,9 +228,9 @@ bool ModeServer::serveConnection(SPTCPSocket* connection) {
         }
         left = m_vHttpHandler.size();
     }
-    delete handler;  // closes the connection
     DLNA_LOG_I(DLNA_MS_TAG, "m_vHttpHandler size = %d", static_cast<int>(left));
     if (!ok) DLNA_LOG_E(DLNA_MS_TAG, "Client httpHandler fail..");
+    delete handler;  // closes the connection
     return true;
 }
 
