@@ -32,9 +32,11 @@ typedef int ZEB_CALLBACK_EVENT;
  * A UI callback.
  *   event:  the event id.
  *   value:  pointer to the event's data, or NULL; valid only during the call.
- *   length: length of the data, or 0 (some features pass a number here).
+ *   length: length of the data, or 0; some features pass a number here, and
+ *           some a second pointer (text), which is why it is an intptr_t: the
+ *           width of an int on the camera, of a pointer everywhere.
  */
-typedef void (*ZEB_UI_CALLBACK)(ZEB_CALLBACK_EVENT event, void* value, int length);
+typedef void (*ZEB_UI_CALLBACK)(ZEB_CALLBACK_EVENT event, void* value, intptr_t length);
 
 /* Registering a callback replaces the earlier one; NULL unregisters. An event
  * for which no callback is registered is logged and dropped. */

@@ -72,7 +72,7 @@ int DLNADestroyMemory(void) { return NASLWifi_DestroyMemory(); }
 
 }  // extern "C"
 
-int DmsSendEventToUI(ZEB_CALLBACK_EVENT event, void* value, int length) {
+int DmsSendEventToUI(ZEB_CALLBACK_EVENT event, void* value, intptr_t length) {
     DLNA_LOG_I(DLNA_TAG, "===>DmsSendEventToUI called");
     ZEB_UI_CALLBACK cb = gDMSCallback.load();
     if (cb == nullptr) {
@@ -83,7 +83,7 @@ int DmsSendEventToUI(ZEB_CALLBACK_EVENT event, void* value, int length) {
     return 1;
 }
 
-int RVFSendEventToUI(ZEB_CALLBACK_EVENT event, void* value, int length) {
+int RVFSendEventToUI(ZEB_CALLBACK_EVENT event, void* value, intptr_t length) {
     DLNA_LOG_I(DLNA_TAG, "===>RVFSendEventToUI called....%d", event);
     ZEB_UI_CALLBACK cb = gRVFCallback.load();
     if (cb == nullptr) {
@@ -94,7 +94,7 @@ int RVFSendEventToUI(ZEB_CALLBACK_EVENT event, void* value, int length) {
     return 1;
 }
 
-int SelectivePushSendEventToUI(ZEB_CALLBACK_EVENT event, void* value, int length) {
+int SelectivePushSendEventToUI(ZEB_CALLBACK_EVENT event, void* value, intptr_t length) {
     ZEB_UI_CALLBACK cb = gSelectivePushCallback.load();
     if (cb == nullptr) {
         // The push path names the media server's slot too; the UI's log

@@ -23,9 +23,9 @@ extern std::atomic<ZEB_MODE_CALLBACK> gModeServerCallback;
 
 // Forward one event to the feature's callback. 1 when a callback was called,
 // 0 when none was registered (the event is logged and dropped).
-int DmsSendEventToUI(ZEB_CALLBACK_EVENT event, void* value, int length);
-int RVFSendEventToUI(ZEB_CALLBACK_EVENT event, void* value, int length);
-int SelectivePushSendEventToUI(ZEB_CALLBACK_EVENT event, void* value, int length);
+int DmsSendEventToUI(ZEB_CALLBACK_EVENT event, void* value, intptr_t length);
+int RVFSendEventToUI(ZEB_CALLBACK_EVENT event, void* value, intptr_t length);
+int SelectivePushSendEventToUI(ZEB_CALLBACK_EVENT event, void* value, intptr_t length);
 
 // The program's common handler for SIGALRM and SIGPIPE: a SIGALRM re-installs
 // the handler and is otherwise ignored; other signals are ignored.

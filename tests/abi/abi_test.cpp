@@ -92,18 +92,20 @@ TEST_F(Abi, ThreadStartLineCarriesTheThreadIdAsLongAndTheTimeInFull) {
 TEST_F(Abi, PointerTravelsThroughAnIntegerSlotAndTheCallback) {
     static_assert(sizeof(intptr_t) == sizeof(void*), "an integer slot holds a pointer");
     static std::atomic<void*> received{nullptr};
-    static std::atomic<int> receivedLength{0};
-    DlnaDMSSetCallback([](ZEB_CALLBACK_EVENT, void* value, int length) {
+    static std::atomic<intptr_t> receivedLength{0};
+    DlnaDMSSetCallback([](ZEB_CALLBACK_EVENT, void* value, intptr_t length) {
         received.store(value);
         receivedLength.store(length);
     });
     int payload = 42;
+    char text[] = "second parameter";
     const intptr_t slot = reinterpret_cast<intptr_t>(&payload);
-    EXPECT_EQ(DmsSendEventToUI(4, reinterpret_cast<void*>(slot), static_cast<int>(sizeof payload)), 1);
+    // Some events carry a second pointer (a text) in the length slot.
+    EXPECT_EQ(DmsSendEventToUI(4, reinterpret_cast<void*>(slot), reinterpret_cast<intptr_t>(text)), 1);
     DlnaDMSSetCallback(nullptr);
     EXPECT_EQ(received.load(), &payload);
-    EXPECT_EQ(receivedLength.load(), static_cast<int>(sizeof payload));
     EXPECT_EQ(*static_cast<int*>(received.load()), 42);
+    EXPECT_STREQ(reinterpret_cast<const char*>(receivedLength.load()), "second parameter");
 }
 
 #if defined(CAMWIFI_ABI_32BIT)

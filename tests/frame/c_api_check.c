@@ -7,7 +7,7 @@
 static int calls;
 static ZEB_CALLBACK_EVENT lastEvent;
 
-static void onEvent(ZEB_CALLBACK_EVENT event, void* value, int length) {
+static void onEvent(ZEB_CALLBACK_EVENT event, void* value, intptr_t length) {
     (void)value;
     (void)length;
     ++calls;

@@ -14,11 +14,11 @@ namespace {
 struct Received {
     ZEB_CALLBACK_EVENT event;
     void* value;
-    int length;
+    intptr_t length;
 };
 std::vector<Received> gReceived;
 
-void record(ZEB_CALLBACK_EVENT event, void* value, int length) { gReceived.push_back({event, value, length}); }
+void record(ZEB_CALLBACK_EVENT event, void* value, intptr_t length) { gReceived.push_back({event, value, length}); }
 
 class Callbacks : public testing::Test {
 protected:

@@ -24,9 +24,9 @@ struct Received {
 std::mutex gLock;
 std::vector<Received> gReceived;
 
-void record(ZEB_CALLBACK_EVENT event, void* value, int length) {
+void record(ZEB_CALLBACK_EVENT event, void* value, intptr_t length) {
     std::lock_guard<std::mutex> g(gLock);
-    gReceived.push_back({event, reinterpret_cast<uintptr_t>(value), length});
+    gReceived.push_back({event, reinterpret_cast<uintptr_t>(value), static_cast<int>(length)});
 }
 
 class AutoBackupTest : public testing::Test {

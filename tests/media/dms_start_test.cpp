@@ -268,7 +268,7 @@ TEST_F(DmsStart, CancelDuringTheScanReportsCancelledAndStartsNoServer) {
     EXPECT_LE(countRows(dbPath(), "1"), 0);
 }
 
-void cancelWhenReady(ZEB_CALLBACK_EVENT event, void* value, int length) {
+void cancelWhenReady(ZEB_CALLBACK_EVENT event, void* value, intptr_t length) {
     mediatest::recordEvent(event, value, length);
     if (event == 6 && length == 0) DlnaDmsCancel();
 }

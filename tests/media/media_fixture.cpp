@@ -36,7 +36,7 @@ std::string box(const char* type, const std::string& payload) {
 
 }  // namespace
 
-void recordEvent(ZEB_CALLBACK_EVENT event, void*, int length) {
+void recordEvent(ZEB_CALLBACK_EVENT event, void*, intptr_t length) {
     std::lock_guard<std::mutex> g(gLock);
     gEvents.emplace_back(event, length);
     gChanged.notify_all();

@@ -20,7 +20,7 @@ namespace mediatest {
 using Event = std::pair<int, int>;
 
 // Records every media server event (thread-safe).
-void recordEvent(ZEB_CALLBACK_EVENT event, void* value, int length);
+void recordEvent(ZEB_CALLBACK_EVENT event, void* value, intptr_t length);
 std::vector<Event> events();
 void clearEvents();
 // Waits (bounded) for the final event of a start: 4/x, 6/1 or 6/2.
