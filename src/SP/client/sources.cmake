@@ -1,0 +1,5 @@
+list(APPEND CAMWIFI_SOURCES
+  ${CAMWIFI_SOURCE_DIR}/SPClientManager.cpp
+  ${CAMWIFI_SOURCE_DIR}/SPFileStream.cpp
+  ${CAMWIFI_SOURCE_DIR}/SPHTTPClientHandler.cpp
+)
