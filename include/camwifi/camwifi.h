@@ -16,5 +16,6 @@
 #include "camwifi/camwifi_frame.h"
 #include "camwifi/camwifi_media.h"
 #include "camwifi/camwifi_mode.h"
+#include "camwifi/camwifi_push.h"
 
 #endif

@@ -59,7 +59,7 @@ typedef void (*ZEB_MODE_CALLBACK)(ZEB_CALLBACK_EVENT event, void* mac, intptr_t 
  * 7788 to 7791; event 3 reports a failure). Returns 1 when the server was
  * started, 0 when it was not: the confirmation semaphore could not be had,
  * or a server is already running (it keeps running unchanged; terminate it
- * first to start another).
+ * first to start another, also after event 3).
  */
 CAMWIFI_API int ModeServerStart(ZEB_MODE_CALLBACK callback, int mode);
 

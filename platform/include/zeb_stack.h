@@ -18,6 +18,15 @@ typedef int ZEB_ERROR_CODE;
  * by the push features). The text is copied by the stack. */
 ZEB_ERROR_CODE ZEBSetModelName(const char* modelName);
 
+/* A text held by the stack. */
+typedef struct ZEBString_s ZEBString;
+/* The model name last set with ZEBSetModelName, owned by the stack (the caller
+ * does not free it); null when none was set. */
+const ZEBString* ZEBGetModelName(void);
+/* Copies the text of str into out (size bytes, zero-terminated, cut to fit);
+ * returns the length copied, or -1 for a null str or out. */
+int ZEBString_ReadString(const ZEBString* str, char* out, unsigned int size);
+
 /* ---- Mutexes (named, recursive: the owning thread may take one again) ---- */
 /* Opaque handle of a stack mutex; null when none was created. */
 typedef struct ZEBMutex_s* ZEB_MUTEX;

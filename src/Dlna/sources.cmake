@@ -2,6 +2,8 @@ list(APPEND CAMWIFI_SOURCES
   ${CAMWIFI_SOURCE_DIR}/DlnaLog.cpp
   ${CAMWIFI_SOURCE_DIR}/DlnaPath.cpp
   ${CAMWIFI_SOURCE_DIR}/DlnaFrame.cpp
+  ${CAMWIFI_SOURCE_DIR}/DlnaHandshake.cpp
+  ${CAMWIFI_SOURCE_DIR}/DlnaSelectivePush.cpp
   ${CAMWIFI_SOURCE_DIR}/DlnaStack.cpp
   ${CAMWIFI_SOURCE_DIR}/DlnaDms.cpp
   ${CAMWIFI_SOURCE_DIR}/DlnaLinks.cpp

@@ -24,6 +24,7 @@
 #include "support/test_support.h"
 #include "zeb_stack.h"
 
+using modetest::msSince;
 using modetest::NotifyReceiver;
 using modetest::reply;
 using testing::internal::CaptureStderr;
@@ -32,10 +33,6 @@ using testsupport::recvUntil;
 using testsupport::sendAll;
 
 namespace {
-
-int64_t msSince(std::chrono::steady_clock::time_point t0) {
-    return std::chrono::duration_cast<std::chrono::milliseconds>(std::chrono::steady_clock::now() - t0).count();
-}
 
 struct UiEvent {
     int event;

@@ -16,15 +16,12 @@
 #include "support/tcp_peer.h"
 #include "support/test_support.h"
 
+using modetest::msSince;
 using modetest::NotifyReceiver;
 using modetest::notifyRequest;
 using modetest::propertySet;
 
 namespace {
-
-int64_t msSince(std::chrono::steady_clock::time_point t0) {
-    return std::chrono::duration_cast<std::chrono::milliseconds>(std::chrono::steady_clock::now() - t0).count();
-}
 
 class ModeEvent : public testing::Test {
 protected:

@@ -17,16 +17,13 @@
 #include "support/tcp_peer.h"
 #include "support/test_support.h"
 
+using modetest::msSince;
 using modetest::reply;
 using modetest::request;
 using testsupport::recvUntil;
 using testsupport::sendAll;
 
 namespace {
-
-int64_t msSince(std::chrono::steady_clock::time_point t0) {
-    return std::chrono::duration_cast<std::chrono::milliseconds>(std::chrono::steady_clock::now() - t0).count();
-}
 
 // What the server's callback saw, and how the "user" answers.
 struct Seen {

@@ -4,6 +4,7 @@
 #ifndef CAMWIFI_TESTS_MODE_TEST_UTIL_H
 #define CAMWIFI_TESTS_MODE_TEST_UTIL_H
 
+#include <chrono>
 #include <condition_variable>
 #include <cstdint>
 #include <mutex>
@@ -12,6 +13,11 @@
 #include <vector>
 
 namespace modetest {
+
+// Milliseconds since t0.
+inline int64_t msSince(std::chrono::steady_clock::time_point t0) {
+    return std::chrono::duration_cast<std::chrono::milliseconds>(std::chrono::steady_clock::now() - t0).count();
+}
 
 // The exact reply of the mode server: status line, its four fixed headers,
 // and for 2xx the content type (value ending in a blank) and cache control.
