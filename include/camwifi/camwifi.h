@@ -16,6 +16,7 @@
 #include "camwifi/camwifi_frame.h"
 #include "camwifi/camwifi_media.h"
 #include "camwifi/camwifi_mode.h"
+#include "camwifi/camwifi_mrcp.h"
 #include "camwifi/camwifi_push.h"
 
 #endif

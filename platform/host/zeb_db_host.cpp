@@ -390,6 +390,12 @@ std::string scanTarget() {
 namespace host {
 namespace media {
 
+bool withOpenDatabase(const std::function<bool(sqlite3*)>& fn) {
+    DbState& s = state();
+    std::lock_guard<std::mutex> g(s.lock);
+    return s.db != nullptr && fn(s.db);
+}
+
 void noteDatabasePath(const std::string& path) {
     DbState& s = state();
     std::lock_guard<std::mutex> g(s.lock);

@@ -2,7 +2,10 @@
 #ifndef CAMWIFI_HOST_ZEB_MEDIA_INTERNAL_H
 #define CAMWIFI_HOST_ZEB_MEDIA_INTERNAL_H
 
+#include <functional>
 #include <string>
+
+struct sqlite3;
 
 namespace host {
 namespace media {
@@ -25,6 +28,11 @@ bool makeParentDirectories(const std::string& filePath);
 
 // Allocated copy (ZEBMemFreeMA releases it).
 char* copyText(const std::string& text);
+
+// Runs fn on the database DataBaseMgr has open, under the manager's lock, and
+// returns its result; false (fn not run) when none is open. Used by the
+// manager's lookups (zeb_db_lookup_host.cpp).
+bool withOpenDatabase(const std::function<bool(sqlite3*)>& fn);
 
 }  // namespace media
 }  // namespace host

@@ -9,4 +9,8 @@ list(APPEND CAMWIFI_SOURCES
   ${CAMWIFI_SOURCE_DIR}/DlnaLinks.cpp
   ${CAMWIFI_SOURCE_DIR}/DlnaAutoBackup.cpp
   ${CAMWIFI_SOURCE_DIR}/DlnaRvfMl.cpp
+  ${CAMWIFI_SOURCE_DIR}/DlnaMrcp.cpp
+  ${CAMWIFI_SOURCE_DIR}/DlnaMrcpDescriptions.cpp
+  ${CAMWIFI_SOURCE_DIR}/Dlna_response.cpp
+  ${CAMWIFI_SOURCE_DIR}/DlnaMetadata.cpp
 )
