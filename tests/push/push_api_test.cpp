@@ -377,7 +377,9 @@ TEST_F(MultiPush, TenPhonesGetOnePictureResizedOnceAndLeaveOneByOne) {
         EXPECT_EQ(countOf(75, phones[i]->mac()), 0);
     }
     for (auto& e : events()) {
-        if (e.id == 73) EXPECT_EQ(e.number, 100);
+        if (e.id == 73) {
+            EXPECT_EQ(e.number, 100);
+        }
     }
     EXPECT_EQ(countOf(73, slow.mac()), 0);
     EXPECT_EQ(host::journalEntries("NASLWifi_jpegResizeInMemory").size(), 1u) << "resized once for ten phones";
