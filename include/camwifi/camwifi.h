@@ -16,7 +16,8 @@
 #include "camwifi/camwifi_frame.h"
 #include "camwifi/camwifi_media.h"
 #include "camwifi/camwifi_mode.h"
-#include "camwifi/camwifi_mrcp.h"
 #include "camwifi/camwifi_push.h"
+#include "camwifi/camwifi_rvf.h"
+#include "camwifi/camwifi_mrcp.h"
 
 #endif

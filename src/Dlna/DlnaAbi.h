@@ -38,6 +38,14 @@ static_assert(sizeof(std::atomic<ZEB_UI_CALLBACK>) == sizeof(ZEB_UI_CALLBACK),
 //   #include "SP/SPNotify.h"   (wherever the record lives)
 //   static_assert(sizeof(stSPInformation) == 100, "stSPInformation is 100 bytes");
 
+// The viewfinder's settings records (camwifi/camwifi_rvf.h).
+#include "camwifi/camwifi_rvf.h"
+#include <cstddef>
+static_assert(sizeof(RVFSettingValues) == 16, "RVFSettingValues is 4 words, 16 bytes");
+static_assert(offsetof(RVFSysParams, stResolution) == 12, "the settings follow the 3 zoom words");
+static_assert(sizeof(RVFSysParams) == 300, "RVFSysParams is 300 bytes");
+static_assert(sizeof(RVFDisableParams) == 64, "RVFDisableParams is 64 bytes");
+
 #endif  // 32-bit target
 
 #endif

@@ -9,6 +9,10 @@ list(APPEND CAMWIFI_SOURCES
   ${CAMWIFI_SOURCE_DIR}/DlnaLinks.cpp
   ${CAMWIFI_SOURCE_DIR}/DlnaAutoBackup.cpp
   ${CAMWIFI_SOURCE_DIR}/DlnaRvfMl.cpp
+  ${CAMWIFI_SOURCE_DIR}/Dlna_RVF_interface.cpp
+  ${CAMWIFI_SOURCE_DIR}/DlnaRvfStream.cpp
+  ${CAMWIFI_SOURCE_DIR}/DlnaRvfDb.cpp
+  ${CAMWIFI_SOURCE_DIR}/DlnaRvfModes.cpp
   ${CAMWIFI_SOURCE_DIR}/DlnaMrcp.cpp
   ${CAMWIFI_SOURCE_DIR}/DlnaMrcpDescriptions.cpp
   ${CAMWIFI_SOURCE_DIR}/Dlna_response.cpp
