@@ -391,9 +391,6 @@ TEST_F(PushServer, AnswerForAnUnknownPhoneIsLoggedAndDropped) {
 }
 
 TEST_F(PushServer, StoppingLeavesNoThreadOrDescriptorBehind) {
-    // ThreadSanitizer's runtime starts a helper thread of its own with the
-    // first thread a program creates: let it exist before counting.
-    std::thread([] {}).join();
     const int fdsBefore = testsupport::openDescriptorCount();
     const int threadsBefore = testsupport::threadCount();
     startServer();

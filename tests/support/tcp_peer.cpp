@@ -8,6 +8,8 @@
 #include <unistd.h>
 
 #include <chrono>
+#include <mutex>
+#include <thread>
 
 namespace testsupport {
 namespace {
@@ -128,6 +130,23 @@ int occupyPort(uint16_t port) {
 
 int openDescriptorCount() { return countEntries("/proc/self/fd"); }
 
-int threadCount() { return countEntries("/proc/self/task"); }
+int threadCount() {
+    // ThreadSanitizer's runtime starts a helper thread of its own with the
+    // first thread a program creates: make it exist before the first count,
+    // so every count includes it.
+    static std::once_flag helperStarted;
+    std::call_once(helperStarted, [] { std::thread([] {}).join(); });
+    // A joined thread can still be listed for a moment while it finishes
+    // exiting (under qemu-arm the join returns before the host thread ends):
+    // count until two reads 20 ms apart agree, for at most two seconds.
+    int n = countEntries("/proc/self/task");
+    for (int i = 0; i < 100; ++i) {
+        std::this_thread::sleep_for(std::chrono::milliseconds(20));
+        const int again = countEntries("/proc/self/task");
+        if (again == n) break;
+        n = again;
+    }
+    return n;
+}
 
 }  // namespace testsupport

@@ -26,7 +26,8 @@ int listenLoopback(uint16_t* port, int backlog = 16);
 int occupyPort(uint16_t port);
 // Number of open descriptors of this process.
 int openDescriptorCount();
-// Number of threads of this process.
+// Number of threads of this process, once threads that are just ending have
+// gone (waits until two counts 20 ms apart agree, at most two seconds).
 int threadCount();
 
 }  // namespace testsupport
