@@ -86,6 +86,12 @@ int valueIs(const char* value, const char* text) { return value != nullptr && st
 
 int raiseStateFlag() { return RvfSetEventFlag(kRvfFlagStateChanged) ? 1 : 0; }
 
+// Notifications that carry a camera text go out only with one.
+int sendText(int (*send)(const char*), const char* value) {
+    if (value != nullptr) send(value);
+    return 1;
+}
+
 using InitSetter = void (*)(char*, unsigned int, unsigned int, unsigned int);
 using ModeSetter = void (*)(char*, unsigned int, unsigned int, unsigned int, int);
 
@@ -247,29 +253,22 @@ int DlnaRVFEvent(int event, const char* value) {
             CDSRVF_Sysfunc_set_RecordingStopTime(value);
             return raiseStateFlag();
         case 31:
-            if (value != nullptr) RVFAppSendShutterSpeedEvent(value);
-            return 1;
+            return sendText(RVFAppSendShutterSpeedEvent, value);
         case 32:
-            if (value != nullptr) RVFAppSendApertureEvent(value);
-            return 1;
+            return sendText(RVFAppSendApertureEvent, value);
         case 33:
-            if (value != nullptr) RVFAppSendRemainShotCountEvent(value);
-            return 1;
+            return sendText(RVFAppSendRemainShotCountEvent, value);
         case 34:
-            if (value != nullptr) RVFAppSendEVEvent(value);
-            return 1;
+            return sendText(RVFAppSendEVEvent, value);
         case 35:  // UPDATE_AE
             RVFAppSendMultipleAEEvent();
             return 1;
         case 36:
-            if (value != nullptr) RVFAppSendShotResultURLEvent(value);
-            return 1;
+            return sendText(RVFAppSendShotResultURLEvent, value);
         case 37:
-            if (value != nullptr) RVFAppSendZoomStepEvent(value);
-            return 1;
+            return sendText(RVFAppSendZoomStepEvent, value);
         case 38:
-            if (value != nullptr) RVFAppSendMoiveRecordTimeEvent(value);
-            return 1;
+            return sendText(RVFAppSendMoiveRecordTimeEvent, value);
         case 40:  // RVF_ML_MAKE_DB: the whole card is browsed, no selection
             SetSelectImagePath(nullptr);
             return RvfStartDBThread();
