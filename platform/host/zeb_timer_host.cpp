@@ -63,8 +63,10 @@ void timerLoop() {
             s.wake.wait(l);
             continue;
         }
-        if (Clock::now() < due->second.deadline) {
-            s.wake.wait_until(l, due->second.deadline);
+        // A copy: the timer may be deleted while the thread waits.
+        const Clock::time_point deadline = due->second.deadline;
+        if (Clock::now() < deadline) {
+            s.wake.wait_until(l, deadline);
             continue;  // the set of timers may have changed meanwhile
         }
         TimerEntry& t = due->second;
