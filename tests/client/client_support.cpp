@@ -4,6 +4,7 @@
 
 #include <arpa/inet.h>
 #include <dirent.h>
+#include <fcntl.h>
 #include <netinet/in.h>
 #include <poll.h>
 #include <sys/socket.h>
@@ -122,6 +123,11 @@ ClosedLoopbackPort::~ClosedLoopbackPort() {
     if (m_fd >= 0) close(m_fd);
 }
 
+int baselineThreadCount() {
+    std::thread([] {}).join();
+    return testsupport::threadCount();
+}
+
 int countThreadsNamed(const std::string& name) {
     DIR* d = opendir("/proc/self/task");
     if (d == nullptr) return -1;
@@ -229,6 +235,14 @@ std::string readFile(const std::string& path) {
     std::stringstream s;
     s << f.rdbuf();
     return s.str();
+}
+
+bool makeSparseFile(const std::string& path, unsigned long long size) {
+    const int fd = open(path.c_str(), O_CREAT | O_WRONLY | O_TRUNC | O_CLOEXEC | O_LARGEFILE, 0600);
+    if (fd < 0) return false;
+    const bool ok = ftruncate64(fd, static_cast<off64_t>(size)) == 0;
+    close(fd);
+    return ok;
 }
 
 namespace {

@@ -72,6 +72,9 @@ private:
     uint16_t m_port = 0;
 };
 
+// Threads of this process, counted after ThreadSanitizer's runtime has
+// started the helper thread it adds with a program's first thread.
+int baselineThreadCount();
 // Threads of this process whose name is name.
 int countThreadsNamed(const std::string& name);
 
@@ -125,6 +128,8 @@ void expectOneTransfer(const std::vector<Event>& events, eSPNotifyClntEvent fina
 
 void writeFile(const std::string& path, const std::string& bytes);
 std::string readFile(const std::string& path);
+// A file of size bytes that holds no data blocks (reads give zeros).
+bool makeSparseFile(const std::string& path, unsigned long long size);
 // A width x height colour JPEG (a smooth pattern) or grey one.
 std::string makeJpeg(int width, int height, bool grey = false, int quality = 85);
 // Decodes a JPEG's size; false when it is not a decodable JPEG.

@@ -104,10 +104,7 @@ TEST_F(FileStream, ClosedStreamHasNothingLeft) {
 TEST_F(FileStream, SizesBeyond32BitsAreKept) {
     // A sparse 3 GiB file: its size needs 64 bits, also on the camera.
     const std::string path = m_dir.path() + "/big.mp4";
-    const int fd = open(path.c_str(), O_CREAT | O_WRONLY | O_LARGEFILE, 0600);
-    ASSERT_GE(fd, 0);
-    ASSERT_EQ(ftruncate64(fd, 3LL * 1024 * 1024 * 1024), 0);
-    close(fd);
+    ASSERT_TRUE(makeSparseFile(path, 3ull << 30));
     SPFileStream s;
     ASSERT_TRUE(s.Open(path.c_str()));
     EXPECT_EQ(s.GetSize(), 3221225472ull);

@@ -43,12 +43,18 @@ int64_t msSince(std::chrono::steady_clock::time_point t0) {
     return std::chrono::duration_cast<std::chrono::milliseconds>(std::chrono::steady_clock::now() - t0).count();
 }
 
+std::string bytesOf(size_t n, int seed = 1) {
+    std::string s(n, '\0');
+    for (size_t i = 0; i < n; ++i) s[i] = static_cast<char>((i * 131 + seed * 7 + (i >> 9)) & 0xFF);
+    return s;
+}
+
 class Push : public testing::Test {
 protected:
     void SetUp() override {
         host::reset();
         strcpy(gDeviceName, "Camera");
-        m_threads = testsupport::threadCount();
+        m_threads = baselineThreadCount();
         m_fds = testsupport::openDescriptorCount();
     }
     void TearDown() override {
@@ -71,6 +77,21 @@ protected:
         EXPECT_TRUE(m_events.waitFinals(1, timeoutMs)) << "no final event";
         h.reset();
     }
+    // Pushes a small file to a phone that answers the announcement with
+    // reply and then waits for the camera to close; returns what the phone
+    // received after its answer (body bytes, if any were sent).
+    std::string announceTo(const std::string& reply) {
+        const std::string path = file("x.jpg", bytesOf(5000));
+        std::string extra;
+        Receiver phone([&](int fd) {
+            recvUntil(fd, "\r\n\r\n", 10000);
+            sendAll(fd, reply);
+            extra = testsupport::recvAll(fd, 10000);
+        });
+        run(handler(path, phone.port()));
+        phone.wait();
+        return extra;
+    }
     std::vector<eSPNotifyClntEvent> kinds() {
         std::vector<eSPNotifyClntEvent> out;
         for (const Event& e : m_events.all()) out.push_back(e.event);
@@ -83,12 +104,6 @@ protected:
     int m_threads = 0;
     int m_fds = 0;
 };
-
-std::string bytesOf(size_t n, int seed = 1) {
-    std::string s(n, '\0');
-    for (size_t i = 0; i < n; ++i) s[i] = static_cast<char>((i * 131 + seed * 7 + (i >> 9)) & 0xFF);
-    return s;
-}
 
 TEST_F(Push, JpegIsAnnouncedByteForByteAndDeliveredWhole) {
     const std::string bytes = bytesOf(100000);
@@ -172,55 +187,29 @@ TEST_F(Push, UnreadableVideoIsStillPushedWithZeroAttributes) {
     expectOneTransfer(m_events.all(), EVENT_CLIENT_TRANSFER_COMPLETE);
 }
 
-// A phone that reads the announcement, answers reply and then waits for the
-// camera to close (so any body bytes sent are counted in *extra).
-Receiver::Script answeringPhone(const std::string& reply, std::string* head, std::string* extra) {
-    return [reply, head, extra](int fd) {
-        *head = recvUntil(fd, "\r\n\r\n", 10000);
-        sendAll(fd, reply);
-        *extra = testsupport::recvAll(fd, 10000);
-    };
-}
-
 TEST_F(Push, StorageFullRefusalGivesItsOwnEventAndNoStart) {
-    const std::string path = file("x.jpg", bytesOf(5000));
-    std::string head, extra;
-    Receiver phone(answeringPhone("HTTP/1.1 500 Internal Server Error\r\nSub-ErrorCode: 2502\r\n\r\n", &head, &extra));
-    run(handler(path, phone.port()));
-    phone.wait();
+    EXPECT_EQ(announceTo("HTTP/1.1 500 Internal Server Error\r\nSub-ErrorCode: 2502\r\n\r\n"), "");
     EXPECT_EQ(kinds(), std::vector<eSPNotifyClntEvent>{EVENT_CLIENT_VOLUME_STORTAGE});
     EXPECT_EQ(m_events.all().front().value, 0);
     EXPECT_TRUE(logged("STREAM_EXCEED_STORAGE_SPACE", "DLNA_SP"));
-    EXPECT_EQ(extra, "");  // no body after a refusal
 }
 
 TEST_F(Push, UnsupportedFileRefusalGivesItsOwnEvent) {
-    const std::string path = file("x.jpg", bytesOf(5000));
-    std::string head, extra;
-    Receiver phone(answeringPhone("HTTP/1.1 500 Error\r\nsub-errorcode: 2503\r\n\r\n", &head, &extra));
-    run(handler(path, phone.port()));
+    EXPECT_EQ(announceTo("HTTP/1.1 500 Error\r\nsub-errorcode: 2503\r\n\r\n"), "");
     EXPECT_EQ(kinds(), std::vector<eSPNotifyClntEvent>{EVENT_CLIENT_NOT_SUPPORTED_FILE});
     EXPECT_TRUE(logged("NOT Supported File", "DLNA_SP"));
 }
 
 TEST_F(Push, OtherServerErrorFailsWithItsSubErrorLogged) {
-    const std::string path = file("x.jpg", bytesOf(5000));
-    std::string head, extra;
-    Receiver phone(answeringPhone("HTTP/1.1 500 Error\r\nSub-ErrorCode: 7\r\n\r\n", &head, &extra));
-    run(handler(path, phone.port()));
+    EXPECT_EQ(announceTo("HTTP/1.1 500 Error\r\nSub-ErrorCode: 7\r\n\r\n"), "");
     EXPECT_EQ(kinds(), std::vector<eSPNotifyClntEvent>{EVENT_CLIENT_TRANSFER_FAIL});
     EXPECT_TRUE(logged("STREAM_FAIL 1...7", "DLNA_SP"));
 }
 
 TEST_F(Push, FinalAnswerInsteadOf100FailsWithoutStart) {
-    const std::string path = file("x.jpg", bytesOf(5000));
-    std::string head, extra;
-    Receiver phone(answeringPhone("HTTP/1.1 200 OK\r\n\r\n", &head, &extra));
-    run(handler(path, phone.port()));
-    phone.wait();
+    EXPECT_EQ(announceTo("HTTP/1.1 200 OK\r\n\r\n"), "");
     EXPECT_EQ(kinds(), std::vector<eSPNotifyClntEvent>{EVENT_CLIENT_TRANSFER_FAIL});
     EXPECT_TRUE(logged("STREAM_FAIL 2...0", "DLNA_SP"));
-    EXPECT_EQ(extra, "");
 }
 
 TEST_F(Push, ReplyArrivingInPiecesIsGathered) {
@@ -370,10 +359,7 @@ TEST_F(Push, EmptyFileGoesFrom100StraightToTheFinalAnswer) {
 
 TEST_F(Push, SparseFileOfThreeGibibytesAnnouncesItsFull64BitLength) {
     const std::string path = m_dir.path() + "/long.mp4";
-    const int fd = open(path.c_str(), O_CREAT | O_WRONLY | O_LARGEFILE, 0600);
-    ASSERT_GE(fd, 0);
-    ASSERT_EQ(ftruncate64(fd, 3LL * 1024 * 1024 * 1024), 0);
-    close(fd);
+    ASSERT_TRUE(makeSparseFile(path, 3ull << 30));
     host::scriptResult("NASLWifi_getVideoAttribute", 0);  // zeros: no movie box in it
     std::string head;
     std::atomic<bool> bodyFlowing{false};

@@ -38,44 +38,35 @@ protected:
         return true;
     }
 
+    // Resizes a generated width x height picture and checks the decoded size.
+    void expectResized(int width, int height, int toWidth, int toHeight,
+                       WIFI_RESIZE_PIXEL pixel = WIFI_RESIZE_PIXEL_1920) {
+        std::string out;
+        ASSERT_TRUE(resize(write("p.jpg", makeJpeg(width, height)), &out, pixel));
+        int w = 0, h = 0;
+        ASSERT_TRUE(jpegSize(out, &w, &h));
+        EXPECT_EQ(w, toWidth);
+        EXPECT_EQ(h, toHeight);
+    }
+
     testsupport::TempDir m_dir;
     size_t m_liveBefore = 0;
 };
 
 TEST_F(JpegResize, LandscapePictureGetsLongSide1920WithItsAspectKept) {
-    std::string out;
-    ASSERT_TRUE(resize(write("land.jpg", makeJpeg(4000, 3000)), &out));
-    int w = 0, h = 0;
-    ASSERT_TRUE(jpegSize(out, &w, &h));
-    EXPECT_EQ(w, 1920);
-    EXPECT_EQ(h, 1440);
+    expectResized(4000, 3000, 1920, 1440);
 }
 
 TEST_F(JpegResize, PortraitPictureGetsLongSide1920) {
-    std::string out;
-    ASSERT_TRUE(resize(write("port.jpg", makeJpeg(2448, 3264)), &out));
-    int w = 0, h = 0;
-    ASSERT_TRUE(jpegSize(out, &w, &h));
-    EXPECT_EQ(w, 1440);
-    EXPECT_EQ(h, 1920);
+    expectResized(2448, 3264, 1440, 1920);
 }
 
 TEST_F(JpegResize, UnusualAspectIsRoundedToTheNearestPixel) {
-    std::string out;
-    ASSERT_TRUE(resize(write("pano.jpg", makeJpeg(5000, 1234)), &out));
-    int w = 0, h = 0;
-    ASSERT_TRUE(jpegSize(out, &w, &h));
-    EXPECT_EQ(w, 1920);
-    EXPECT_EQ(h, 474);  // 1234 * 1920 / 5000 = 473.9
+    expectResized(5000, 1234, 1920, 474);  // 1234 * 1920 / 5000 = 473.9
 }
 
 TEST_F(JpegResize, SecondTargetGivesVgaSize) {
-    std::string out;
-    ASSERT_TRUE(resize(write("vga.jpg", makeJpeg(2000, 1500)), &out, WIFI_RESIZE_PIXEL_640));
-    int w = 0, h = 0;
-    ASSERT_TRUE(jpegSize(out, &w, &h));
-    EXPECT_EQ(w, 640);
-    EXPECT_EQ(h, 480);
+    expectResized(2000, 1500, 640, 480, WIFI_RESIZE_PIXEL_640);
 }
 
 TEST_F(JpegResize, ColoursSurviveTheResize) {

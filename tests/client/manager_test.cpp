@@ -46,7 +46,7 @@ protected:
         host::reset();
         strcpy(gDeviceName, "Camera");
         callbackLog().clear();
-        m_threads = testsupport::threadCount();
+        m_threads = baselineThreadCount();
         m_live = host::jpeg::liveResizeBuffers();
         m_mgr = SPClientManager::getInstance();
         m_mgr->setCallback(recordCallback);
@@ -65,6 +65,16 @@ protected:
     }
     void push(const std::string& path, const Receiver& phone, const char* mac) {
         m_mgr->createFileTransfer(path.c_str(), "127.0.0.1", mac, phone.port());
+    }
+    // Pushes bytes as name to one phone and waits for the end; returns what
+    // the phone received.
+    Received pushOne(const std::string& name, const std::string& bytes) {
+        Received got;
+        Receiver phone(acceptingPhone(&got));
+        push(file(name, bytes), phone, kMacs[0]);
+        EXPECT_TRUE(callbackLog().waitFinals(1, 30000));
+        phone.wait();
+        return got;
     }
     size_t resizeCalls() { return host::journalEntries("NASLWifi_jpegResizeInMemory").size(); }
 
@@ -87,12 +97,7 @@ TEST_F(Manager, GetInstanceGivesTheSameManagerUntilItIsDestroyed) {
 
 TEST_F(Manager, PushReportsStartProgressAndCompletionThroughTheCallback) {
     const std::string bytes = bytesOf(200 * 1024);
-    Received got;
-    Receiver phone(acceptingPhone(&got));
-    push(file("a.jpg", bytes), phone, kMacs[0]);
-    ASSERT_TRUE(callbackLog().waitFinals(1, 30000));
-    phone.wait();
-    EXPECT_EQ(got.body, bytes);
+    EXPECT_EQ(pushOne("a.jpg", bytes).body, bytes);
     const std::vector<Event> events = callbackLog().all();
     expectOneTransfer(events, EVENT_CLIENT_TRANSFER_COMPLETE);
     EXPECT_EQ(events.back().value, 100);
@@ -136,24 +141,14 @@ TEST_F(Manager, SamePictureToTwoPhonesIsResizedOnce) {
 TEST_F(Manager, FourLetterJpegExtensionIsSentUnchangedInResizeMode) {
     m_mgr->setImageTransferSize(1);
     const std::string bytes = makeJpeg(4000, 3000);
-    Received got;
-    Receiver phone(acceptingPhone(&got));
-    push(file("DSC0101.jpeg", bytes), phone, kMacs[0]);
-    ASSERT_TRUE(callbackLog().waitFinals(1, 30000));
-    phone.wait();
-    EXPECT_EQ(got.body, bytes);
+    EXPECT_EQ(pushOne("DSC0101.jpeg", bytes).body, bytes);
     EXPECT_EQ(resizeCalls(), 0u);
     EXPECT_TRUE(logged(" [" + m_dir.path() + "/DSC0101.jpeg]THIS IS NOT A JPG FILE ", "DLNA_SP"));
 }
 
 TEST_F(Manager, JpegIsSentUnchangedOutsideResizeMode) {
     const std::string bytes = makeJpeg(3000, 2000);
-    Received got;
-    Receiver phone(acceptingPhone(&got));
-    push(file("DSC0102.JPG", bytes), phone, kMacs[0]);
-    ASSERT_TRUE(callbackLog().waitFinals(1, 30000));
-    phone.wait();
-    EXPECT_EQ(got.body, bytes);
+    EXPECT_EQ(pushOne("DSC0102.JPG", bytes).body, bytes);
     EXPECT_EQ(resizeCalls(), 0u);
 }
 

@@ -27,6 +27,12 @@ protected:
         return path;
     }
     bool read(const std::string& path, host::mp4::VideoInfo* info) { return host::mp4::readVideoInfo(path, info); }
+    // Writes makeMp4(spec) and reads it back; fails the test when unreadable.
+    host::mp4::VideoInfo readSpec(const Mp4Spec& spec) {
+        host::mp4::VideoInfo info;
+        EXPECT_TRUE(read(write("clip.mp4", makeMp4(spec)), &info));
+        return info;
+    }
     testsupport::TempDir m_dir;
 };
 
@@ -87,8 +93,7 @@ TEST_F(VideoAttributes, MovieBoxAfterMediaBoxWith64BitSizeIsFound) {
     Mp4Spec spec;
     spec.largeMediaBox = true;
     spec.mediaBytes = 100000;
-    host::mp4::VideoInfo info;
-    ASSERT_TRUE(read(write("large.mp4", makeMp4(spec)), &info));
+    const host::mp4::VideoInfo info = readSpec(spec);
     EXPECT_EQ(info.width, 1920u);
     EXPECT_EQ(info.durationMs, 10010u);
 }
@@ -96,8 +101,7 @@ TEST_F(VideoAttributes, MovieBoxAfterMediaBoxWith64BitSizeIsFound) {
 TEST_F(VideoAttributes, MovieBoxBeforeMediaDataIsFoundToo) {
     Mp4Spec spec;
     spec.movieBoxLast = false;
-    host::mp4::VideoInfo info;
-    ASSERT_TRUE(read(write("fast.mp4", makeMp4(spec)), &info));
+    const host::mp4::VideoInfo info = readSpec(spec);
     EXPECT_EQ(info.height, 1080u);
 }
 
@@ -109,8 +113,7 @@ TEST_F(VideoAttributes, AudioTrackBeforeTheVideoTrackIsPassedOver) {
     spec.timescale = 60;
     spec.delta = 1;
     spec.samples = 600;
-    host::mp4::VideoInfo info;
-    ASSERT_TRUE(read(write("av.mp4", makeMp4(spec)), &info));
+    const host::mp4::VideoInfo info = readSpec(spec);
     EXPECT_EQ(info.width, 1280u);
     EXPECT_EQ(info.height, 720u);
     EXPECT_DOUBLE_EQ(info.frameRate, 60.0);
@@ -122,8 +125,7 @@ TEST_F(VideoAttributes, SizeComesFromTheSampleEntryWhenTheTrackHeaderHasNone) {
     spec.sizeInTrackHeader = false;
     spec.width = 640;
     spec.height = 480;
-    host::mp4::VideoInfo info;
-    ASSERT_TRUE(read(write("entry.mp4", makeMp4(spec)), &info));
+    const host::mp4::VideoInfo info = readSpec(spec);
     EXPECT_EQ(info.width, 640u);
     EXPECT_EQ(info.height, 480u);
 }
@@ -134,8 +136,7 @@ TEST_F(VideoAttributes, VersionOneHeadersWith64BitTimesAreRead) {
     spec.timescale = 90000;
     spec.delta = 3000;  // 30 fps
     spec.samples = 1800;
-    host::mp4::VideoInfo info;
-    ASSERT_TRUE(read(write("v1.mp4", makeMp4(spec)), &info));
+    const host::mp4::VideoInfo info = readSpec(spec);
     EXPECT_EQ(info.width, 1920u);
     EXPECT_DOUBLE_EQ(info.frameRate, 30.0);
     EXPECT_EQ(info.durationMs, 60000u);

@@ -10,6 +10,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <ctime>
 #include <new>
 
 #include "Dlna/DlnaLog.h"
@@ -42,6 +43,24 @@ constexpr int kReplyPeriods = 3;
 constexpr size_t kMaxReplyBytes = 64 * 1024;
 
 int64_t nowMs() { return SPGenericTime::getMilliseconds(); }
+
+// Blocks for at least ms milliseconds in one sleep to an absolute monotonic
+// deadline. The pauses pace the body (one before and one after every chunk),
+// so they run hundreds of times a second per transfer: the OS layer's sleep,
+// which re-reads the wall clock through many microsecond naps, would spend
+// several times the CPU on them for the same pacing.
+void pause(unsigned long ms) {
+    struct timespec until;
+    clock_gettime(CLOCK_MONOTONIC, &until);
+    until.tv_sec += static_cast<time_t>(ms / 1000);
+    until.tv_nsec += static_cast<long>(ms % 1000) * 1000000L;
+    if (until.tv_nsec >= 1000000000L) {
+        until.tv_sec += 1;
+        until.tv_nsec -= 1000000000L;
+    }
+    while (clock_nanosleep(CLOCK_MONOTONIC, TIMER_ABSTIME, &until, nullptr) == EINTR) {
+    }
+}
 
 std::string deviceName() { return std::string(gDeviceName, strnlen(gDeviceName, sizeof gDeviceName)); }
 
@@ -274,7 +293,7 @@ SPHTTPClientHandler::Outcome SPHTTPClientHandler::answerToAnnouncement() {
 }
 
 bool SPHTTPClientHandler::sendChunk(const unsigned char* chunk, unsigned long length) {
-    SPGenericThread::sleep(kPauseMs);
+    pause(kPauseMs);
     if (!sendData(reinterpret_cast<const char*>(chunk), static_cast<long>(length))) {
         DLNA_LOG_E(DLNA_SP_TAG, "Error while sending HTTP stream");
         requestExit();
@@ -301,7 +320,7 @@ bool SPHTTPClientHandler::sendFileBody(unsigned char* chunk) {
                 m_uPercentBase == 0 ? 0u : static_cast<unsigned>((sent / 1024) * 100 / m_uPercentBase);
             if (percent != m_uLastPercent) post(EVENT_CLIENT_TRANSFER_PROGRESS, static_cast<int>(percent));
             if (!sendChunk(chunk, got)) return false;
-            SPGenericThread::sleep(kPauseMs);
+            pause(kPauseMs);
             stalls = 0;
             m_uLastPercent = percent;
             continue;
@@ -313,7 +332,7 @@ bool SPHTTPClientHandler::sendFileBody(unsigned char* chunk) {
             break;
         }
         // Nothing to send yet (a source that is still being written).
-        SPGenericThread::sleep(kStallPollMs);
+        pause(kStallPollMs);
         if (++stalls >= kMaxStalls) {
             DLNA_LOG_E(DLNA_SP_TAG, "Error: Live stream buffer has stuck!");
             return false;
@@ -343,7 +362,7 @@ bool SPHTTPClientHandler::sendResizedBody(unsigned char* chunk) {
             return false;
         }
         if (offset == length) return true;
-        SPGenericThread::sleep(kPauseMs);
+        pause(kPauseMs);
         m_uLastPercent = percent;
     }
     DLNA_LOG_E(DLNA_SP_TAG, "Error Check = %d , Thread Stopped = %d ", 0, 1);
