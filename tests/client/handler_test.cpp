@@ -271,6 +271,23 @@ TEST_F(Push, PhoneClosingWithoutAnswerFailsWithoutWaitingOut) {
     EXPECT_LT(msSince(t0), 6000);
 }
 
+TEST_F(Push, PhoneResettingInsteadOfTheFinalAnswerFailsAtOnce) {
+    const std::string bytes = bytesOf(30000);
+    const std::string path = file("x.jpg", bytes);
+    Receiver phone([&](int fd) {
+        const std::string head = recvUntil(fd, "\r\n\r\n", 10000);
+        sendAll(fd, "HTTP/1.1 100 Continue\r\n\r\n");
+        recvExactly(fd, bytes.size(), 10000);
+        const linger reset = {1, 0};  // close with a reset instead of an answer
+        setsockopt(fd, SOL_SOCKET, SO_LINGER, &reset, sizeof reset);
+    });
+    const auto t0 = std::chrono::steady_clock::now();
+    run(handler(path, phone.port()));
+    expectOneTransfer(m_events.all(), EVENT_CLIENT_TRANSFER_FAIL);
+    EXPECT_TRUE(logged("Error: can't receive HTTP reply", "DLNA_SP"));
+    EXPECT_LT(msSince(t0), 6000);
+}
+
 TEST_F(Push, EndlessReplyHeadIsGivenUp) {
     const std::string path = file("x.jpg", bytesOf(2000));
     Receiver phone([](int fd) {
