@@ -152,6 +152,8 @@ struct Command {
     const char* failed;  // with the stack's status 9
 };
 
+void PrintTo(const Command& c, std::ostream* os) { *os << c.name; }
+
 int cmdPause() { return DlnaMrcpPauseFile(); }
 int cmdResume() { return DlnaMrcpResumeFile(); }
 int cmdStop() { return DlnaMrcpStopFile(); }
