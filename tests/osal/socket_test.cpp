@@ -183,7 +183,7 @@ struct SynDroppingListener {
     struct sockaddr_in address = loopback(portOf(listener.fd));
 };
 
-TEST_F(Sockets, ConnectToAListenerDroppingSynsTimesOutAfterTheLimitAndItsExtraSecond) {
+TEST_F(Sockets, ConnectToAListenerDroppingSynsTimesOutAtTheLimitOrUpToASecondLater) {
     SynDroppingListener full;
     ASSERT_GE(full.listener.fd, 0);
     SPTCPSocket s;
@@ -191,8 +191,10 @@ TEST_F(Sockets, ConnectToAListenerDroppingSynsTimesOutAfterTheLimitAndItsExtraSe
     EXPECT_FALSE(s.connect(&full.address, 1));
     const int64_t took = elapsedMs(t0);
     EXPECT_TRUE(loggedAsError("Timeout Error-1 !!!", "DLNA_OSAL")) << testing::PrintToString(testsupport::messages());
-    // One second left is waited as 1 s + 999999 us (kept as designed).
-    EXPECT_GE(took, 1990);
+    // The wait is set from the time left when it starts: a full second left
+    // is waited as 1 s + 999999 us (kept as designed); where a millisecond
+    // has passed by then (a slow camera, emulation) it is the 999 ms left.
+    EXPECT_GE(took, 990);
     EXPECT_LT(took, 5000);
     EXPECT_TRUE(isNonBlockingFd(s.get_fd())) << "a timed-out connect leaves the socket non-blocking";
 }
