@@ -8,6 +8,8 @@ set -euo pipefail
 
 packages=(cmake make g++ gcc pkg-config libgtest-dev libgmock-dev
           libjpeg62-turbo-dev libsqlite3-dev iproute2 curl python3 binutils)
+# phone-sim's HTTP server (tools/phone-sim): a library the camera side does not use.
+packages+=(libcpp-httplib-dev)
 arm=0
 if [[ "${1:-}" == "--arm" ]]; then
   arm=1

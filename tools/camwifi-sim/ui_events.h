@@ -1,0 +1,34 @@
+// Names of the events the library sends to the camera UI, for the event log
+// and for the shell's "wait" command. The library itself knows them only by
+// number.
+#ifndef CAMWIFI_SIM_UI_EVENTS_H
+#define CAMWIFI_SIM_UI_EVENTS_H
+
+#include <string>
+
+namespace camsim {
+
+// Which callback an event came through: the push callback (ids 60..79) or
+// the mode server's own (ids 0..3).
+enum class Feature { Push, Mode };
+
+struct EventName {
+    Feature feature;
+    int id;
+    const char* name;     // e.g. "PUSH_TRANSFER_COMPLETE"
+    const char* meaning;  // e.g. "file transfer complete"
+};
+
+// The entry for an event, or null for an id no feature sends.
+const EventName* eventName(Feature feature, int id);
+// "PUSH_TRANSFER_COMPLETE (64)", or "push event 99" for an unknown id.
+std::string eventLabel(Feature feature, int id);
+// Looks an event up by name (case-insensitive) or by "push:64" / "mode:1" /
+// a bare push id; null when nothing matches.
+const EventName* findEvent(const std::string& text);
+// Every known event, for help texts.
+const EventName* allEvents(size_t* count);
+
+}  // namespace camsim
+
+#endif
