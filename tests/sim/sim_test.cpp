@@ -89,6 +89,26 @@ std::string cardTree(const std::string& out) {
     return m[1];
 }
 
+// After camwifi-sim ended: the phone-sim it started is gone and the fixed
+// ports are free again.
+void expectNothingLeftRunning(const std::string& out) {
+    const pid_t pid = phonePid(out);
+    EXPECT_GT(pid, 0) << out;
+    if (pid > 0) {
+        EXPECT_TRUE(processGone(pid));
+    }
+    EXPECT_TRUE(simtest::portFree(7788));
+    EXPECT_TRUE(simtest::portFree(8100));
+}
+
+// A failed story keeps its card tree for a look; the test removes it.
+void removeKeptCard(const std::string& out) {
+    const std::string card = cardTree(out);
+    if (!card.empty()) {
+        EXPECT_EQ(system(("rm -rf '" + card + "'").c_str()), 0);
+    }
+}
+
 // ---- the default story --------------------------------------------------------
 
 TEST_F(Sim, StoryPushesTheShrunkPhotoAndTheIdenticalVideoAndExitsZero) {
@@ -113,11 +133,7 @@ TEST_F(Sim, StoryPushesTheShrunkPhotoAndTheIdenticalVideoAndExitsZero) {
     EXPECT_NE(out.find("SAM_0001.JPG   [##############################] 100%"), std::string::npos) << out;
     EXPECT_NE(out.find("SAM_0002.MP4   [##############################] 100%"), std::string::npos) << out;
     // Nothing left behind: no phone process, no listening port, no card tree.
-    const pid_t pid = phonePid(out);
-    ASSERT_GT(pid, 0);
-    EXPECT_TRUE(processGone(pid));
-    EXPECT_TRUE(simtest::portFree(7788));
-    EXPECT_TRUE(simtest::portFree(8100));
+    expectNothingLeftRunning(out);
     const std::string card = cardTree(out);
     ASSERT_FALSE(card.empty()) << out;
     struct stat st {};
@@ -178,14 +194,8 @@ TEST_F(Sim, StoryTimesOutClearlyWhenThePhoneNeverRegisters) {
         << out;
     EXPECT_NE(out.find("ending phone-sim"), std::string::npos) << out;
     EXPECT_NE(out.find("card tree     kept at "), std::string::npos) << "kept for a look after a failure";
-    const pid_t pid = phonePid(out);
-    ASSERT_GT(pid, 0);
-    EXPECT_TRUE(processGone(pid));
-    EXPECT_TRUE(simtest::portFree(7788));
-    const std::string card = cardTree(out);
-    if (!card.empty()) {
-        EXPECT_EQ(system(("rm -rf '" + card + "'").c_str()), 0);
-    }
+    expectNothingLeftRunning(out);
+    removeKeptCard(out);
 }
 
 TEST_F(Sim, StoryInterruptedByCtrlCShutsDownCleanly) {
@@ -197,14 +207,8 @@ TEST_F(Sim, StoryInterruptedByCtrlCShutsDownCleanly) {
     const std::string out = sim.output();
     EXPECT_NE(out.find("FAILED: interrupted"), std::string::npos) << out;
     EXPECT_NE(out.find("mode server terminated"), std::string::npos) << out;
-    const pid_t pid = phonePid(out);
-    ASSERT_GT(pid, 0);
-    EXPECT_TRUE(processGone(pid));
-    EXPECT_TRUE(simtest::portFree(7788));
-    const std::string card = cardTree(out);
-    if (!card.empty()) {
-        EXPECT_EQ(system(("rm -rf '" + card + "'").c_str()), 0);
-    }
+    expectNothingLeftRunning(out);
+    removeKeptCard(out);
 }
 
 // ---- the interactive shell ------------------------------------------------------

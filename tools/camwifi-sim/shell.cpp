@@ -122,7 +122,7 @@ private:
 
     // Reads standard input line by line until quit, its end, or a signal.
     void loop() {
-        const bool tty = isatty(0) == 1;
+        const bool tty = m_tty;
         std::string pending;
         for (;;) {
             if (tty) m_log.prompt("camwifi> ");
@@ -156,7 +156,9 @@ private:
     bool command(const std::string& line) {
         const std::vector<std::string> w = words(line);
         if (w.empty() || w[0][0] == '#') return true;
-        say("> " + line);
+        // Commands from a script or pipe are echoed, so the log reads in order;
+        // a person sees what they typed.
+        if (!m_tty) say("> " + line);
         const std::string& c = w[0];
         const std::string a1 = w.size() > 1 ? w[1] : "", a2 = w.size() > 2 ? w[2] : "";
         std::string why;
@@ -285,6 +287,7 @@ private:
     int m_wakeFd;
     const std::atomic<int>& m_stop;
     CameraUi& m_ui;
+    const bool m_tty = isatty(0) == 1;
     bool m_resize = true;
     int m_failures = 0;
     std::string m_cardFiles;
