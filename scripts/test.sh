@@ -35,4 +35,11 @@ if [[ "$flavour" == tsan ]] && setarch "$(uname -m)" -R true 2>/dev/null; then
   # Running without address randomisation is the documented remedy.
   runner=(setarch "$(uname -m)" -R)
 fi
-"${runner[@]}" ctest --test-dir "$dir" -j "$test_jobs" --output-on-failure
+# The servers bind fixed ports (8100-8102, 7788-7791): run the suite in a
+# network namespace of its own (loopback only) where possible, so another
+# suite or program on this machine can never take them from under a test.
+isolate=()
+if [[ "$(id -u)" == 0 ]] && command -v ip >/dev/null && unshare -n true 2>/dev/null; then
+  isolate=(unshare -n bash -c 'ip link set lo up && exec "$@"' isolated)
+fi
+"${isolate[@]}" "${runner[@]}" ctest --test-dir "$dir" -j "$test_jobs" --output-on-failure
