@@ -8,7 +8,6 @@
 
 #include <cstdlib>
 #include <fstream>
-#include <regex>
 #include <string>
 #include <vector>
 
@@ -75,19 +74,22 @@ protected:
 
 bool processGone(pid_t pid) { return kill(pid, 0) != 0 && errno == ESRCH; }
 
+// The text between before and after in out ("" when absent).
+std::string between(const std::string& out, const std::string& before, const std::string& after) {
+    const size_t start = out.find(before);
+    if (start == std::string::npos) return "";
+    const size_t end = out.find(after, start + before.size());
+    return end == std::string::npos ? "" : out.substr(start + before.size(), end - start - before.size());
+}
+
 // The pid camwifi-sim reports for the phone-sim it started.
 pid_t phonePid(const std::string& out) {
-    std::smatch m;
-    if (!std::regex_search(out, m, std::regex("phone-sim started \\(pid ([0-9]+)\\)"))) return -1;
-    return static_cast<pid_t>(std::stol(m[1]));
+    const std::string pid = between(out, "phone-sim started (pid ", ")");
+    return pid.empty() ? -1 : static_cast<pid_t>(atol(pid.c_str()));
 }
 
 // The temporary card tree the story reports.
-std::string cardTree(const std::string& out) {
-    std::smatch m;
-    if (!std::regex_search(out, m, std::regex("card (/[^:]+): SAM_0001"))) return "";
-    return m[1];
-}
+std::string cardTree(const std::string& out) { return between(out, "sim    card ", ": SAM_0001"); }
 
 // After camwifi-sim ended: the phone-sim it started is gone and the fixed
 // ports are free again.
