@@ -1,5 +1,6 @@
 #include "data_server.h"
 
+#include <chrono>
 #include <cstdio>
 #include <cstdlib>
 #include <fstream>
@@ -69,11 +70,26 @@ bool DataServer::start(const std::string& ip, int port, std::string* error) {
         return false;
     }
     m_thread = std::thread([this] { m_server.listen_after_bind(); });
+    if (!waitRunning()) {
+        *error = "the data server did not start";
+        return false;
+    }
     return true;
+}
+
+bool DataServer::waitRunning() {
+    // cpp-httplib's stop() does nothing to a server whose loop has not begun
+    // yet, and that loop would then run for ever. Its socket is bound and
+    // listening already, so the loop begins at once.
+    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(5);
+    while (!m_server.is_running() && std::chrono::steady_clock::now() < deadline)
+        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    return m_server.is_running();
 }
 
 void DataServer::stop() {
     if (!m_thread.joinable()) return;
+    waitRunning();
     m_server.stop();
     m_thread.join();
 }

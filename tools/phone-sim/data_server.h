@@ -38,6 +38,8 @@ public:
 
 private:
     void receive(const httplib::Request& req, httplib::Response& res, const httplib::ContentReader& reader);
+    // Waits (a few seconds at most) until the server's loop runs.
+    bool waitRunning();
     // Answers a refusal; true when one was given.
     bool refuse(httplib::Response& res);
 
