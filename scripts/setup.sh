@@ -7,7 +7,8 @@
 set -euo pipefail
 
 packages=(cmake make g++ gcc pkg-config libgtest-dev libgmock-dev
-          libjpeg62-turbo-dev libsqlite3-dev iproute2 curl python3 binutils)
+          libjpeg62-turbo-dev libsqlite3-dev iproute2 curl python3 binutils
+          clang libclang-rt-14-dev)
 # phone-sim's HTTP server (tools/phone-sim): a library the camera side does not use.
 packages+=(libcpp-httplib-dev)
 arm=0

@@ -438,6 +438,21 @@ void SPServer::destroyEntry(ClientEntry& entry) {
 }
 
 void SPServer::addSpClientEntry(SPHTTPHandler* handler, SPTCPSocket* socket, const char* mac) {
+    // Bounded: a peer could name a new Data-Server address in every request.
+    // Admitted and announcing phones are in the access list and keep their
+    // entries (a user's answer may still be on its way to one of them).
+    if (m_vClients.size() >= kMaxClientEntries) {
+        std::lock_guard<std::mutex> g(m_infoLock);
+        for (size_t i = 0; i < m_vClients.size(); ++i) {
+            ClientEntry& e = m_vClients[i];
+            if (e.handler == m_pBusyHandler || m_pAcl->getEntryByMac(SP_ACL_ACCESS_LIST, e.mac.c_str()) != nullptr)
+                continue;
+            DLNA_LOG_E(DLNA_SP_TAG, "[SP] too many phone connections, closing the oldest [%s]", e.mac.c_str());
+            destroyEntry(e);
+            m_vClients.erase(m_vClients.begin() + static_cast<long>(i));
+            break;
+        }
+    }
     m_vClients.push_back(ClientEntry{mac ? mac : "", handler, socket, false});
 }
 

@@ -28,6 +28,13 @@ class SPServer : public SPGenericThreadEx, public SPStatusNotifier {
 public:
     static constexpr uint16_t kFirstPort = 8100;
     static constexpr uint16_t kLastPort = 8102;
+    // Phone connections kept after their request (one per MAC address). A
+    // request without NTS keeps its connection as the entry of the phone its
+    // Data-Server names, so a peer naming a new address every time would
+    // otherwise make the server keep a connection for each; past this many
+    // the oldest entry of a phone outside the access list (which holds at
+    // most 10) is closed.
+    static constexpr size_t kMaxClientEntries = 64;
 
     SPServer();
     // Stops the thread if it still runs, then closes every connection.

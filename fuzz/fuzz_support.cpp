@@ -1,0 +1,94 @@
+#include "fuzz_support.h"
+
+#include <fcntl.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <cstdarg>
+#include <cstdio>
+#include <cstdlib>
+
+#include "dlog.h"
+#include "host_control.h"
+
+// The platform log inside a fuzz target: every line is still formatted in
+// full (so a format that does not match its arguments is caught), then
+// dropped. The host stand-in would keep the lines for tests, and memory kept
+// across runs makes libFuzzer scan for leaks after every run.
+extern "C" int __dlog_print(int, int, const char*, const char* fmt, ...) {
+    if (fmt == nullptr) return -1;
+    char line[4096];
+    va_list ap;
+    va_start(ap, fmt);
+    const int n = vsnprintf(line, sizeof line, fmt, ap);
+    va_end(ap);
+    return n;
+}
+
+namespace fuzzsupport {
+
+void forgetJournal() { host::clearJournal(); }
+
+void fail(const char* what, const char* file, int line) {
+    fprintf(stderr, "FUZZ CHECK FAILED: %s (%s:%d)\n", what, file, line);
+    abort();
+}
+
+bool PeerPair::open(const uint8_t* data, size_t size) {
+    if (size > kMaxSocketInput) return false;
+    int fds[2];
+    if (socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, fds) != 0) return false;
+    m_camera = fds[0];
+    m_phone = fds[1];
+    // Room for the whole input in one go, in both directions.
+    const int room = static_cast<int>(2 * kMaxSocketInput);
+    setsockopt(m_phone, SOL_SOCKET, SO_SNDBUF, &room, sizeof room);
+    setsockopt(m_camera, SOL_SOCKET, SO_RCVBUF, &room, sizeof room);
+    setsockopt(m_camera, SOL_SOCKET, SO_SNDBUF, &room, sizeof room);
+    setsockopt(m_phone, SOL_SOCKET, SO_RCVBUF, &room, sizeof room);
+    fcntl(m_phone, F_SETFL, fcntl(m_phone, F_GETFL, 0) | O_NONBLOCK);
+    size_t done = 0;
+    while (done < size) {
+        const ssize_t n = send(m_phone, data + done, size - done, MSG_NOSIGNAL);
+        if (n <= 0) {
+            close(m_camera);
+            close(m_phone);
+            m_camera = m_phone = -1;
+            return false;
+        }
+        done += static_cast<size_t>(n);
+    }
+    shutdown(m_phone, SHUT_WR);
+    return true;
+}
+
+PeerPair::~PeerPair() {
+    if (m_camera >= 0) close(m_camera);
+    if (m_phone >= 0) close(m_phone);
+}
+
+int PeerPair::take() {
+    const int fd = m_camera;
+    m_camera = -1;
+    return fd;
+}
+
+void PeerPair::drain() {
+    char buf[4096];
+    while (m_phone >= 0 && recv(m_phone, buf, sizeof buf, MSG_DONTWAIT) > 0) {
+    }
+}
+
+std::string referenceUnfold(std::string text) {
+    for (const char* fold : {"\r\n ", "\r\n\t"}) {
+        size_t at;
+        while ((at = text.rfind(fold)) != std::string::npos) text.erase(at, 2);
+    }
+    return text;
+}
+
+bool isUnfolded(const std::string& text) {
+    return text.find("\r\n ") == std::string::npos && text.find("\r\n\t") == std::string::npos;
+}
+
+}  // namespace fuzzsupport
