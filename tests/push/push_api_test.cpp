@@ -4,6 +4,7 @@
 
 #include <unistd.h>
 
+#include <atomic>
 #include <chrono>
 #include <condition_variable>
 #include <cstring>
@@ -272,6 +273,31 @@ TEST_F(PushApi, DeviceNameOfFortyCharactersIsCutTo31) {
     DlnaSelectivePush_SendFile(path.c_str());
     ASSERT_TRUE(waitFor(64));
     EXPECT_NE(phone.heads()[0].find("\r\nUser-Agent: ORB_SP_" + longName.substr(0, 31) + "\r\n"), std::string::npos);
+}
+
+std::string gInstantPath;
+std::atomic<int> gInstantTransfer{-1};
+
+// A UI that accepts the phone and sends a file from inside its event callback.
+void acceptAndSendAtOnce(ZEB_CALLBACK_EVENT id, void* value, intptr_t length) {
+    onPushEvent(id, value, length);
+    if (id != 61) return;
+    DlnaSelectivePush_SendUserStartEvent(1);
+    gInstantTransfer.store(SPTransferFile(gInstantPath.c_str()));
+}
+
+TEST_F(PushApi, FileSentRightAfterTheAnswerFindsThePhone) {
+    TestPhone phone(18);
+    gInstantPath = writePicture("SAM_0008.JPG", 64, 64);
+    gInstantTransfer.store(-1);
+    ASSERT_EQ(DlnaSelectivePush_ServerStart(acceptAndSendAtOnce), 1);
+    ASSERT_TRUE(waitFor(69));
+    ASSERT_TRUE(phone.announce());
+    EXPECT_EQ(phone.answer(), kOk);
+    ASSERT_TRUE(waitFor(64));
+    EXPECT_EQ(gInstantTransfer.load(), 1) << "the accepted phone is the data server at once";
+    ASSERT_EQ(phone.files().size(), 1u);
+    EXPECT_TRUE(phone.files()[0] == clienttest::readFile(gInstantPath));
 }
 
 TEST_F(PushApi, RefusedPhoneGets401AndTheNextPhoneIsAskedAgain) {

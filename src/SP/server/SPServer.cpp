@@ -321,23 +321,24 @@ int SPServer::notifyServiceStatus(eSPNotifyControlEvent event, int, SvcSPNotifyI
         // After the user refused a phone, the next one is asked as the first.
         firstTime = !m_bFirstConfirmed || m_bClientDenied;
         denialsBefore = m_uDenials;
+        if (firstTime) {
+            m_sAskingMac = info->mac;
+            m_sAskingIP = info->ip;
+            m_iAskingPort = info->port;
+        }
     }
     int result = 1;
     if (firstTime) {
         DLNA_LOG_I(DLNA_SP_TAG, "[SP]  This is first time!!!");
         notifyUI(EVENT_DEVICE_NEW, &record);
         std::lock_guard<std::mutex> g(m_infoLock);
+        m_sAskingMac.clear();
         if (m_uDenials != denialsBefore && m_sLastDeniedMac == info->mac) {
             // The user already refused this phone through the answer
             // function (401 sent): nothing more is written to it.
             DLNA_LOG_I(DLNA_SP_TAG, "[SP]  DENY");
         } else if (record.answer == 0) {
-            m_sConfirmedIP = info->ip;
-            m_sConfirmedMac = info->mac;
-            m_iConfirmedPort = info->port;
-            m_bConfirmed.store(true);
-            m_bFirstConfirmed = true;
-            m_bClientDenied = false;
+            confirmLocked(info->mac, info->ip, info->port);
             DLNA_LOG_I(DLNA_SP_TAG, "[SP] m_sConfirmedIP = %s", m_sConfirmedIP.c_str());
         } else {
             DLNA_LOG_I(DLNA_SP_TAG, "[SP]  DENY");
@@ -349,6 +350,15 @@ int SPServer::notifyServiceStatus(eSPNotifyControlEvent event, int, SvcSPNotifyI
     }
     DLNA_LOG_I(DLNA_SP_TAG, "SPServer confirmed from UI");
     return result;
+}
+
+void SPServer::confirmLocked(const std::string& mac, const std::string& ip, int port) {
+    m_sConfirmedIP = ip;
+    m_sConfirmedMac = mac;
+    m_iConfirmedPort = port;
+    m_bConfirmed.store(true);
+    m_bFirstConfirmed = true;
+    m_bClientDenied = false;
 }
 
 int SPServer::getDataServerInfo(char* ip, int* port) {
@@ -390,7 +400,13 @@ void SPServer::sendClientStartNotice(const char* mac, bool accept) {
         return;
     }
     handler->httpSendUserResponseToClient(accept);
-    if (!accept) {
+    if (accept) {
+        // Accepted while the server is still asking about it (the UI may answer
+        // before its callback returns): it is the data server from now on, so
+        // a file sent right after the answer finds it.
+        std::lock_guard<std::mutex> g(m_infoLock);
+        if (!m_sAskingMac.empty() && m_sAskingMac == mac) confirmLocked(m_sAskingMac, m_sAskingIP, m_iAskingPort);
+    } else {
         deleteSpClientEntry(nullptr, mac);
         std::lock_guard<std::mutex> g(m_infoLock);
         m_pAcl->deleteEntry(SP_ACL_ACCESS_LIST, mac, nullptr, "phone");

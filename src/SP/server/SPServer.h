@@ -102,6 +102,8 @@ private:
     static void destroyEntry(ClientEntry& entry);
 
     void fillInformation(stSPInformation& info, const SvcSPNotifyInfo& svc);
+    // Makes the phone the confirmed one (caller holds m_infoLock).
+    void confirmLocked(const std::string& mac, const std::string& ip, int port);
     void notifyUI(eSPNotifyControlEvent event, stSPInformation* info);
 
     std::atomic<bool> m_bAllowNewConnection{true};  // starts open: the single-phone push admits its first phone
@@ -114,6 +116,9 @@ private:
     bool m_bFirstConfirmed = false;                 // a phone was ever accepted (under m_infoLock)
     bool m_bClientDenied = false;                   // the user refused a phone: the next one is asked as the first (under m_infoLock)
     unsigned m_uDenials = 0;                        // refusals so far (under m_infoLock)
+    std::string m_sAskingMac;                       // phone the UI is being asked about (under m_infoLock)
+    std::string m_sAskingIP;                        // its data server address (under m_infoLock)
+    int m_iAskingPort = 0;                          // its data server port (under m_infoLock)
     std::string m_sLastDeniedMac;                   // MAC of the last refused phone (under m_infoLock)
     SPAccessControlInfo* m_pAcl;                    // admitted phones (its entries read under m_infoLock)
     SPGenericSemaphore m_oReadySem{0};              // posted when the server listens
