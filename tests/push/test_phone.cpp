@@ -125,9 +125,13 @@ void TestPhone::serveOne(int fd) {
     if (length < 0) return;
     std::string body = clienttest::recvExactly(fd, static_cast<size_t>(length), 20000);
     if (body.size() != static_cast<size_t>(length)) return;  // stopped by the camera
+    // Kept before the "200": the camera reports the transfer done as soon as
+    // it reads the answer, and a test then looks at the files at once.
+    {
+        std::lock_guard<std::mutex> g(m_lock);
+        m_files.push_back(std::move(body));
+    }
     testsupport::sendAll(fd, "HTTP/1.1 200 OK\r\n\r\n");
-    std::lock_guard<std::mutex> g(m_lock);
-    m_files.push_back(std::move(body));
 }
 
 }  // namespace pushtest
