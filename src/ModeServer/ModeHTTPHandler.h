@@ -79,7 +79,7 @@ private:
     std::deque<std::string> m_qRequests;        // complete, unfolded heads waiting, oldest first
     std::string m_sPendingInput;                // bytes read but not yet a complete head
     ModeServer* m_pServer;                      // the owning server
-    eNETWORK_SERVER_MODE m_eMode;               // operation mode when the handler was made
+    [[maybe_unused]] eNETWORK_SERVER_MODE m_eMode;  // operation mode when the handler was made (kept, unread)
     std::string m_sModeName;                    // its text for "Operation-Mode"
     std::atomic<int> m_iConfirmResult{1};       // the user's answer; 1 (accepted) until told otherwise
     std::string m_sPeerMac;                     // the phone's MAC text (empty when unknown)

@@ -111,7 +111,7 @@ private:
     SPTCPSocket* m_pSocket = nullptr;    // owned; created on connect or handed in
     SP_HTTP_Response m_oResponse;        // the parsed reply
     SPFileStream* m_pStream = nullptr;   // owned; the file source, created on the thread
-    uint32_t m_uReserved[4] = {0, 0, 0, 0};
+    [[maybe_unused]] uint32_t m_uReserved[4] = {0, 0, 0, 0};  // reserved words, zeroed, unread
     std::string m_sFilePath;             // full path of the file on the camera
     std::string m_sFilename;             // the part after the last '/'
     std::string m_sMimetype;             // "image/jpeg", "video/mp4" or empty

@@ -103,7 +103,7 @@ private:
     std::vector<SPAclEntry*> m_ThirdList;   // never filled; counted by getEntrySize(2)
     int m_iMode;                            // 2
     char* m_pBuffer;                        // malloc'd buffer freed by terminateACL; nothing fills it
-    int m_iReserved;                        // 0
+    [[maybe_unused]] int m_iReserved;       // 0, unread
     ZEB_MUTEX m_hMutex;                     // "SP_ACL_MUTEX"; null when not created or deleted
     // Slot counts mirrored for getEntrySize, which reads them without the lock.
     std::atomic<int> m_nAccessCount{0};
