@@ -1,25 +1,14 @@
 // Host stand-in of the DLNA stack's media database (DataBaseMgr), its
 // directory scanner and the file scanner entry. The database is a real SQLite
-// file (schema in host_media.h) and the scanner really walks the shared
-// folder, reading picture sizes from JPEG frame headers and video durations
-// and sizes from the MP4 movie header.
-#include <dirent.h>
+// file (schema in host_media.h) that the scanner really fills from the shared
+// folder (media_db_host.cpp).
 #include <sqlite3.h>
-#include <sys/stat.h>
 
-#include <algorithm>
 #include <atomic>
 #include <chrono>
 #include <condition_variable>
-#include <cstdint>
-#include <cstdio>
-#include <cstdlib>
-#include <cstring>
-#include <ctime>
-#include <fstream>
 #include <mutex>
 #include <string>
-#include <vector>
 
 #include "host_internal.h"
 #include "host_media.h"
@@ -28,16 +17,9 @@
 
 namespace {
 
-constexpr int kSchemaVersion = 1;
-// Deeper trees than this are not walked (the card's DCF tree is two deep).
-constexpr int kMaxScanDepth = 32;
-
-const char* const kSchema =
-    "CREATE TABLE IF NOT EXISTS meta(key TEXT PRIMARY KEY, value TEXT);"
-    "CREATE TABLE IF NOT EXISTS objects("
-    " id INTEGER PRIMARY KEY, parent_id INTEGER NOT NULL, class TEXT NOT NULL,"
-    " path TEXT NOT NULL UNIQUE, title TEXT NOT NULL, mime_type TEXT, size INTEGER,"
-    " date TEXT, duration TEXT, resolution TEXT, shared INTEGER NOT NULL DEFAULT 0);";
+using host::media::exec;
+using host::media::openDatabase;
+using host::media::queryText;
 
 struct DbState {
     std::mutex lock;
@@ -75,289 +57,6 @@ void resetDb() {
 const bool registered = (host::addResetHook(resetDb), true);
 
 const char* orNull(const char* s) { return s ? s : "(null)"; }
-
-// true when a statement ran to the end.
-bool exec(sqlite3* db, const char* sql) { return sqlite3_exec(db, sql, nullptr, nullptr, nullptr) == SQLITE_OK; }
-
-// First column of the first row as text; false when there is none.
-bool queryText(sqlite3* db, const char* sql, const std::string& param, std::string* out) {
-    sqlite3_stmt* st = nullptr;
-    if (sqlite3_prepare_v2(db, sql, -1, &st, nullptr) != SQLITE_OK) return false;
-    if (!param.empty()) sqlite3_bind_text(st, 1, param.c_str(), -1, SQLITE_TRANSIENT);
-    bool found = false;
-    if (sqlite3_step(st) == SQLITE_ROW) {
-        const unsigned char* t = sqlite3_column_text(st, 0);
-        *out = t ? reinterpret_cast<const char*>(t) : "";
-        found = true;
-    }
-    sqlite3_finalize(st);
-    return found;
-}
-
-int userVersion(sqlite3* db) {
-    std::string v;
-    return queryText(db, "PRAGMA user_version", "", &v) ? atoi(v.c_str()) : -1;
-}
-
-bool tableCount(sqlite3* db, int* count) {
-    std::string v;
-    if (!queryText(db, "SELECT count(*) FROM sqlite_master WHERE type='table'", "", &v)) return false;
-    *count = atoi(v.c_str());
-    return true;
-}
-
-// Opens path and makes sure it is a database of ours: a new (empty) file gets
-// the schema; a file that is not SQLite fails.
-sqlite3* openDatabase(const std::string& path) {
-    sqlite3* db = nullptr;
-    if (sqlite3_open_v2(path.c_str(), &db, SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE, nullptr) != SQLITE_OK) {
-        sqlite3_close(db);
-        return nullptr;
-    }
-    sqlite3_busy_timeout(db, 5000);
-    int tables = 0;
-    if (!tableCount(db, &tables)) {
-        sqlite3_close(db);
-        return nullptr;
-    }
-    if (tables == 0) {
-        std::string init = std::string(kSchema) + "PRAGMA user_version=" + std::to_string(kSchemaVersion) + ";";
-        if (!exec(db, init.c_str())) {
-            sqlite3_close(db);
-            return nullptr;
-        }
-    }
-    return db;
-}
-
-// --- What the scanner reads from the files ------------------------------------------
-
-struct MediaInfo {
-    const char* cls = nullptr;  // "1" image, "3" video
-    const char* mime = nullptr;
-    std::string duration;
-    std::string resolution;
-};
-
-std::string lowerExtension(const std::string& name) {
-    size_t dot = name.rfind('.');
-    if (dot == std::string::npos) return "";
-    std::string ext = name.substr(dot + 1);
-    std::transform(ext.begin(), ext.end(), ext.begin(), [](unsigned char c) { return static_cast<char>(tolower(c)); });
-    return ext;
-}
-
-uint32_t be32(const unsigned char* p) {
-    return (uint32_t(p[0]) << 24) | (uint32_t(p[1]) << 16) | (uint32_t(p[2]) << 8) | p[3];
-}
-uint64_t be64(const unsigned char* p) { return (uint64_t(be32(p)) << 32) | be32(p + 4); }
-
-// Width and height from the first frame header (SOFn) of a JPEG file.
-std::string jpegResolution(const std::string& path) {
-    std::ifstream in(path, std::ios::binary);
-    unsigned char b[9];
-    if (!in.read(reinterpret_cast<char*>(b), 2) || b[0] != 0xFF || b[1] != 0xD8) return "";
-    for (int segments = 0; segments < 1000; ++segments) {
-        if (!in.read(reinterpret_cast<char*>(b), 4) || b[0] != 0xFF) return "";
-        unsigned marker = b[1];
-        unsigned length = (unsigned(b[2]) << 8) | b[3];
-        if (length < 2) return "";
-        bool sof = marker >= 0xC0 && marker <= 0xCF && marker != 0xC4 && marker != 0xC8 && marker != 0xCC;
-        if (sof) {
-            if (length < 7 || !in.read(reinterpret_cast<char*>(b), 5)) return "";
-            unsigned height = (unsigned(b[1]) << 8) | b[2];
-            unsigned width = (unsigned(b[3]) << 8) | b[4];
-            return std::to_string(width) + "x" + std::to_string(height);
-        }
-        if (marker == 0xDA || marker == 0xD9) return "";  // image data before any frame header
-        in.seekg(length - 2, std::ios::cur);
-    }
-    return "";
-}
-
-// Finds the box of type inside [begin, end) of a box list; false when absent.
-bool findBox(const std::vector<unsigned char>& d, size_t begin, size_t end, const char* type, size_t* payload,
-             size_t* payloadEnd, size_t* next = nullptr) {
-    for (size_t pos = begin; pos + 8 <= end;) {
-        uint64_t size = be32(&d[pos]);
-        size_t header = 8;
-        if (size == 1) {
-            if (pos + 16 > end) return false;
-            size = be64(&d[pos + 8]);
-            header = 16;
-        } else if (size == 0) {
-            size = end - pos;
-        }
-        if (size < header || size > end - pos) return false;
-        if (memcmp(&d[pos + 4], type, 4) == 0) {
-            *payload = pos + header;
-            *payloadEnd = pos + size;
-            if (next) *next = pos + size;
-            return true;
-        }
-        pos += size;
-    }
-    return false;
-}
-
-// Duration and frame size from an MP4/QuickTime file's movie box.
-void mp4Info(const std::string& path, MediaInfo* info) {
-    std::ifstream in(path, std::ios::binary);
-    // Walk the top-level boxes to the movie box, reading only that one.
-    std::vector<unsigned char> moov;
-    for (int boxes = 0; boxes < 1000 && moov.empty(); ++boxes) {
-        unsigned char h[16];
-        if (!in.read(reinterpret_cast<char*>(h), 8)) return;
-        uint64_t size = be32(h);
-        uint64_t header = 8;
-        if (size == 1) {
-            if (!in.read(reinterpret_cast<char*>(h + 8), 8)) return;
-            size = be64(h + 8);
-            header = 16;
-        }
-        if (size < header) return;
-        if (memcmp(h + 4, "moov", 4) == 0) {
-            if (size - header > 16u * 1024 * 1024) return;
-            moov.resize(size - header);
-            if (!in.read(reinterpret_cast<char*>(moov.data()), static_cast<std::streamsize>(moov.size()))) return;
-        } else {
-            in.seekg(static_cast<std::streamoff>(size - header), std::ios::cur);
-        }
-    }
-    size_t p, e;
-    if (findBox(moov, 0, moov.size(), "mvhd", &p, &e) && e - p >= 32) {
-        bool v1 = moov[p] == 1;
-        uint64_t timescale = v1 ? be32(&moov[p + 20]) : be32(&moov[p + 12]);
-        uint64_t duration = v1 ? be64(&moov[p + 24]) : be32(&moov[p + 16]);
-        if (timescale != 0) {
-            uint64_t ms = duration * 1000 / timescale;
-            char text[32];
-            snprintf(text, sizeof text, "%u:%02u:%02u.%03u", unsigned(ms / 3600000), unsigned(ms / 60000 % 60),
-                     unsigned(ms / 1000 % 60), unsigned(ms % 1000));
-            info->duration = text;
-        }
-    }
-    size_t from = 0, trak, trakEnd, next;
-    while (findBox(moov, from, moov.size(), "trak", &trak, &trakEnd, &next)) {
-        from = next;
-        if (!findBox(moov, trak, trakEnd, "tkhd", &p, &e)) continue;
-        size_t at = moov[p] == 1 ? 88 : 76;
-        if (e - p < at + 8) continue;
-        uint32_t w = be32(&moov[p + at]) >> 16, h = be32(&moov[p + at + 4]) >> 16;
-        if (w != 0 && h != 0) {
-            info->resolution = std::to_string(w) + "x" + std::to_string(h);
-            return;
-        }
-    }
-}
-
-bool classify(const std::string& path, const std::string& name, MediaInfo* info) {
-    std::string ext = lowerExtension(name);
-    if (ext == "jpg" || ext == "jpeg") {
-        info->cls = "1";
-        info->mime = "image/jpeg";
-        info->resolution = jpegResolution(path);
-    } else if (ext == "mpo") {
-        info->cls = "1";
-        info->mime = "image/mpo";
-        info->resolution = jpegResolution(path);
-    } else if (ext == "png") {
-        info->cls = "1";
-        info->mime = "image/png";
-    } else if (ext == "mp4" || ext == "mov") {
-        info->cls = "3";
-        info->mime = ext == "mp4" ? "video/mp4" : "video/quicktime";
-        mp4Info(path, info);
-    } else if (ext == "avi") {
-        info->cls = "3";
-        info->mime = "video/x-msvideo";
-    } else {
-        return false;
-    }
-    return true;
-}
-
-std::string utcDate(time_t t) {
-    struct tm tm;
-    gmtime_r(&t, &tm);
-    char text[32];
-    strftime(text, sizeof text, "%Y-%m-%dT%H:%M:%S", &tm);
-    return text;
-}
-
-// --- The walk ------------------------------------------------------------------------------
-
-class Scan {
-public:
-    Scan(sqlite3* db, DbState& s) : m_db(db), m_state(s) {}
-    ~Scan() { sqlite3_finalize(m_insert); }
-
-    bool prepare() {
-        return sqlite3_prepare_v2(m_db,
-                                  "INSERT INTO objects(parent_id, class, path, title, mime_type, size, date,"
-                                  " duration, resolution) VALUES(?,?,?,?,?,?,?,?,?)",
-                                  -1, &m_insert, nullptr) == SQLITE_OK;
-    }
-
-    // false when cancelled or the database refused a row.
-    bool walk(const std::string& dir, long long parentId, int depth) {
-        if (depth > kMaxScanDepth) return true;
-        std::vector<std::string> names;
-        if (DIR* d = opendir(dir.c_str())) {
-            while (struct dirent* e = readdir(d))
-                if (e->d_name[0] != '.') names.push_back(e->d_name);
-            closedir(d);
-        } else {
-            return depth > 0;  // the shared folder itself must be readable
-        }
-        std::sort(names.begin(), names.end());
-        for (const std::string& name : names) {
-            if (m_state.scanCancelled) return false;
-            std::string path = dir + "/" + name;
-            struct stat st;
-            if (lstat(path.c_str(), &st) != 0) continue;
-            if (S_ISDIR(st.st_mode)) {
-                MediaInfo folder;
-                folder.cls = "0";
-                long long id;
-                if (!insert(parentId, folder, path, name, st, &id)) return false;
-                if (!walk(path, id, depth + 1)) return false;
-            } else if (S_ISREG(st.st_mode)) {
-                MediaInfo info;
-                if (!classify(path, name, &info)) continue;
-                long long id;
-                if (!insert(parentId, info, path, name, st, &id)) return false;
-            }
-        }
-        return true;
-    }
-
-private:
-    bool insert(long long parentId, const MediaInfo& info, const std::string& path, const std::string& title,
-                const struct stat& st, long long* id) {
-        sqlite3_reset(m_insert);
-        sqlite3_clear_bindings(m_insert);
-        sqlite3_bind_int64(m_insert, 1, parentId);
-        sqlite3_bind_text(m_insert, 2, info.cls, -1, SQLITE_STATIC);
-        sqlite3_bind_text(m_insert, 3, path.c_str(), -1, SQLITE_TRANSIENT);
-        sqlite3_bind_text(m_insert, 4, title.c_str(), -1, SQLITE_TRANSIENT);
-        bool file = info.mime != nullptr;
-        if (file) {
-            sqlite3_bind_text(m_insert, 5, info.mime, -1, SQLITE_STATIC);
-            sqlite3_bind_int64(m_insert, 6, st.st_size);
-        }
-        sqlite3_bind_text(m_insert, 7, utcDate(st.st_mtime).c_str(), -1, SQLITE_TRANSIENT);
-        if (!info.duration.empty()) sqlite3_bind_text(m_insert, 8, info.duration.c_str(), -1, SQLITE_TRANSIENT);
-        if (!info.resolution.empty()) sqlite3_bind_text(m_insert, 9, info.resolution.c_str(), -1, SQLITE_TRANSIENT);
-        if (sqlite3_step(m_insert) != SQLITE_DONE) return false;
-        *id = sqlite3_last_insert_rowid(m_db);
-        return true;
-    }
-
-    sqlite3* m_db;
-    DbState& m_state;
-    sqlite3_stmt* m_insert = nullptr;
-};
 
 // Waits while scans are held; false when the scan was cancelled meanwhile.
 bool passHold(DbState& s) {
@@ -437,25 +136,7 @@ extern "C" int ZEBUtilStartFileScanner(int dmsHandle, const char* directory) {
     if (db == nullptr) return 1;
     std::string root = directory;
     while (root.size() > 1 && root.back() == '/') root.pop_back();
-    bool ok = exec(db, "BEGIN IMMEDIATE") && exec(db, "DELETE FROM objects");
-    if (ok) {
-        Scan scan(db, s);
-        ok = scan.prepare() && scan.walk(root, 0, 0);
-    }
-    if (ok) {
-        sqlite3_stmt* st = nullptr;
-        ok = sqlite3_prepare_v2(db, "INSERT OR REPLACE INTO meta(key, value) VALUES('root', ?)", -1, &st, nullptr) ==
-             SQLITE_OK;
-        if (ok) {
-            sqlite3_bind_text(st, 1, root.c_str(), -1, SQLITE_TRANSIENT);
-            ok = sqlite3_step(st) == SQLITE_DONE;
-        }
-        sqlite3_finalize(st);
-    }
-    std::string version = "PRAGMA user_version=" + std::to_string(kSchemaVersion);
-    ok = ok && exec(db, version.c_str()) && exec(db, "COMMIT");
-    // A cancelled or failed scan leaves the database as it was.
-    if (!ok) exec(db, "ROLLBACK");
+    const bool ok = host::media::rebuildDatabase(db, root, [&s] { return s.scanCancelled.load(); });
     sqlite3_close(db);
     if (s.scanCancelled) return 2;
     return ok ? 0 : 1;
@@ -515,7 +196,7 @@ bool DataBaseMgr::NeedToDeleteDBforSorting() {
     if (host::takeScriptedResult("DataBaseMgr::NeedToDeleteDBforSorting", &scripted)) return scripted != 0;
     DbState& s = state();
     std::lock_guard<std::mutex> g(s.lock);
-    return s.db != nullptr && userVersion(s.db) == kSchemaVersion;
+    return s.db != nullptr && host::media::userVersion(s.db) == host::media::kDatabaseVersion;
 }
 
 bool DataBaseMgr::UpdateShareStatus(char* selectPaths, int shareStatus) {

@@ -1,9 +1,11 @@
-// Shared by the host stand-ins of the DLNA stack's media-server side only.
+// Shared by the host stand-ins of the DLNA stack's media-server side and of
+// the viewfinder library's DCF parser, which writes the same media database.
 #ifndef CAMWIFI_HOST_ZEB_MEDIA_INTERNAL_H
 #define CAMWIFI_HOST_ZEB_MEDIA_INTERNAL_H
 
 #include <functional>
 #include <string>
+#include <vector>
 
 struct sqlite3;
 
@@ -33,6 +35,28 @@ char* copyText(const std::string& text);
 // returns its result; false (fn not run) when none is open. Used by the
 // manager's lookups (zeb_db_lookup_host.cpp).
 bool withOpenDatabase(const std::function<bool(sqlite3*)>& fn);
+
+// --- The media database (media_db_host.cpp) ---
+
+// Version the database carries in its user_version once a scan completed.
+constexpr int kDatabaseVersion = 1;
+
+// Runs sql; true when it ran to the end.
+bool exec(sqlite3* db, const char* sql);
+// First column of the first row of sql (param bound to its one parameter
+// when not empty) as text; false when there is no row.
+bool queryText(sqlite3* db, const char* sql, const std::string& param, std::string* out);
+// The database's user_version; -1 when unreadable.
+int userVersion(sqlite3* db);
+// Opens path and makes sure it is a database of ours: a new (empty) file gets
+// the schema; a file that is not SQLite gives null.
+sqlite3* openDatabase(const std::string& path);
+// Replaces every row with the folders and media files under root, in one
+// transaction; records root and the version. cancelled is asked before each
+// entry. The media files inserted are appended to *files when given. False,
+// with the database left as it was, when cancelled or a row was refused.
+bool rebuildDatabase(sqlite3* db, const std::string& root, const std::function<bool()>& cancelled,
+                     std::vector<std::string>* files = nullptr);
 
 }  // namespace media
 }  // namespace host
