@@ -107,13 +107,14 @@ CAMWIFI_API void DlnaSmartphoneLinkTerminate(void);
 
 /* Blocks until the user answers (DlnaSPLSendUserStartEvent) or the link is
  * terminated, then stores the answer in *answer: 1 confirmed, 2 refused,
- * 65535 no answer (terminated). Returns 0, or -1 when the smartphone link is
- * not started (nothing is waited for, *answer untouched). */
+ * 65535 no answer (terminated). A signal does not end the wait. Returns 0,
+ * or -1 when the smartphone link is not started (nothing is waited for,
+ * *answer untouched). */
 CAMWIFI_API int DlnaSPLWaitingUserStartEvent(int* answer);
 
 /* The user's answer: wakes the waiting thread with 1 (confirmed) or 2. An
  * answer given before the wait is kept for it; without a started smartphone
- * link only the value is recorded. */
+ * link it does nothing. */
 CAMWIFI_API void DlnaSPLSendUserStartEvent(bool confirmed);
 
 /* ==== Auto backup ==============================================================

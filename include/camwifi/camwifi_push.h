@@ -74,8 +74,8 @@ CAMWIFI_API int DlnaSelectivePush_SendUserStartEvent(int answer);
  * to start; its event 61/62 has been sent) or the push is terminated or fails
  * (answer stays 65535). The push server posts it on each announcement, so a
  * UI may run this on a thread of its own instead of using event 61/62; an
- * announcement made before the call is not lost. Returns 0, or -1 when the
- * push was never started (answer untouched).
+ * announcement made before the call is not lost. A signal does not end the
+ * wait. Returns 0, or -1 when the push was never started (answer untouched).
  */
 CAMWIFI_API int DlnaSelectivePush_WaitingUserStartEvent(int* answer);
 /* Stops transfers, sends the turn-down request to an accepted phone, stops

@@ -36,12 +36,7 @@ void DlnaHandshake::destroy() {
     ZEBMemFreeMA(sem);
 }
 
-bool DlnaHandshake::exists() {
-    std::lock_guard<std::mutex> g(m_oLock);
-    return m_pSem != nullptr;
-}
-
-int DlnaHandshake::wait() {
+int DlnaHandshake::wait(int* answer) {
     sem_t* sem;
     {
         std::lock_guard<std::mutex> g(m_oLock);
@@ -50,29 +45,35 @@ int DlnaHandshake::wait() {
             errno = EINVAL;
             return -1;
         }
+        int pending = 0;
+        if (sem_getvalue(sem, &pending) != 0 || pending <= 0) m_iAnswer = m_iNoAnswer;
         ++m_iWaiters;
     }
-    const int rc = sem_wait(sem);
+    int rc;
+    do {
+        rc = sem_wait(sem);
+    } while (rc != 0 && errno == EINTR);  // the camera's alarm signal interrupts waits
     const int err = errno;
     {
         std::lock_guard<std::mutex> g(m_oLock);
         --m_iWaiters;
+        if (rc == 0 && answer != nullptr) *answer = m_iAnswer;
     }
     m_oWaitersGone.notify_all();
     errno = err;
     return rc;
 }
 
+bool DlnaHandshake::post(int answer) {
+    std::lock_guard<std::mutex> g(m_oLock);
+    if (m_pSem == nullptr) return false;
+    m_iAnswer = answer;
+    return sem_post(m_pSem) == 0;
+}
+
 bool DlnaHandshake::post() {
     std::lock_guard<std::mutex> g(m_oLock);
     return m_pSem != nullptr && sem_post(m_pSem) == 0;
-}
-
-int DlnaHandshake::pending() {
-    std::lock_guard<std::mutex> g(m_oLock);
-    int value = 0;
-    if (m_pSem == nullptr || sem_getvalue(m_pSem, &value) != 0) return 0;
-    return value;
 }
 
 const void* DlnaHandshake::address() {

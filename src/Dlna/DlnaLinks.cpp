@@ -3,16 +3,14 @@
 // user-start handshake.
 #include "Dlna/DlnaLinks.h"
 
-#include <semaphore.h>
 #include <sys/stat.h>
 
 #include <cerrno>
-#include <chrono>
-#include <condition_variable>
 #include <mutex>
 
 #include "Dlna/DlnaDms.h"
 #include "Dlna/DlnaFrame.h"
+#include "Dlna/DlnaHandshake.h"
 #include "Dlna/DlnaLog.h"
 #include "Dlna/DlnaPath.h"
 #include "Dlna/DlnaStack.h"
@@ -26,14 +24,11 @@ namespace {
 // "No answer yet" in the user start value.
 constexpr int kSPLNoAnswer = 65535;
 
-// The handshake's semaphore exists from the smartphone link start to its
-// terminate. The lock guards the pointer and the count of threads inside
-// sem_wait, so that terminate never destroys it under a waiter.
-std::mutex gSPLLock;
-std::condition_variable gSPLWaitersGone;
-sem_t* gDlnaSPLSemaphore = nullptr;
-int gSPLWaiters = 0;
-std::atomic<int> gSPLUserStart{kSPLNoAnswer};
+// The handshake exists from the smartphone link start to its terminate.
+DlnaHandshake& splHandshake() {
+    static DlnaHandshake* h = new DlnaHandshake(kSPLNoAnswer);  // outlives every waiter
+    return *h;
+}
 
 std::mutex gPhoneAddressLock;
 std::string gSmartphoneLinkIPAddr;
@@ -65,36 +60,6 @@ void stopMediaServer() {
         ZEBTerminateZEB();
         DLNA_LOG_I(DLNA_TAG, "ZEBTerminateZEB() completed");
     }
-}
-
-void createSPLSemaphore() {
-    std::lock_guard<std::mutex> g(gSPLLock);
-    if (gDlnaSPLSemaphore != nullptr) return;
-    // 16 bytes on the camera's 32-bit C library; sized for the host's here.
-    sem_t* sem = static_cast<sem_t*>(ZEBMemAllocMA(sizeof(sem_t)));
-    if (sem == nullptr || sem_init(sem, 0, 0) != 0) {
-        DLNA_LOG_E_LOGONLY(DLNA_TAG, "ERR: [DlnaSmartphoneLinkStart] gDlnaSPLSemaphore not created ");
-        ZEBMemFreeMA(sem);
-        return;
-    }
-    gDlnaSPLSemaphore = sem;
-}
-
-// Wakes every waiter (with no answer unless one was given) and releases the
-// semaphore once they have all left sem_wait.
-void destroySPLSemaphore() {
-    std::unique_lock<std::mutex> l(gSPLLock);
-    sem_t* sem = gDlnaSPLSemaphore;
-    gDlnaSPLSemaphore = nullptr;  // later waits and answers find no handshake
-    if (sem == nullptr) return;
-    for (int i = 0; i < gSPLWaiters; ++i) sem_post(sem);
-    if (!gSPLWaitersGone.wait_for(l, std::chrono::seconds(5), [] { return gSPLWaiters == 0; })) {
-        // A waiter that never left would wait on freed memory: keep it.
-        DLNA_LOG_E_LOGONLY(DLNA_TAG, "ERR: [DlnaSmartphoneLinkTerminate] gDlnaSPLSemaphore still in use ");
-        return;
-    }
-    sem_destroy(sem);
-    ZEBMemFreeMA(sem);
 }
 
 void initFileList(const char* caller) {
@@ -159,7 +124,8 @@ int DlnaSmartphoneLinkStart(ZEB_UI_CALLBACK callback, const char* mediaDir, char
                             const char* phoneAddress) {
     SetAllShareMode(2);
     SetSmartphoneLinkIPAddr(phoneAddress);
-    createSPLSemaphore();
+    if (!splHandshake().create())
+        DLNA_LOG_E_LOGONLY(DLNA_TAG, "ERR: [DlnaSmartphoneLinkStart] gDlnaSPLSemaphore not created ");
     SetSelectImagePath(selectPath);
     DlnaDMSSetCallback(callback);
     initFileList(__FUNCTION__);
@@ -171,49 +137,25 @@ void DlnaSmartphoneLinkTerminate(void) {
     if (GlobalEventHandleLock* lock = GlobalEventHandleLock::GetInstance()) lock->ReleaseLock();
     finishStartThreads();
     stopMediaServer();
-    destroySPLSemaphore();
+    // Wakes every waiter (with no answer unless one was given).
+    splHandshake().destroy();
     SetAllShareMode(0);
     destroyFileList(__FUNCTION__);
     DLNA_LOG_I(DLNA_TAG, "DlnaSmartphoneLinkTerminate() EXIT ");
 }
 
 int DlnaSPLWaitingUserStartEvent(int* answer) {
-    std::unique_lock<std::mutex> l(gSPLLock);
-    sem_t* sem = gDlnaSPLSemaphore;
-    if (sem == nullptr) {
-        DLNA_LOG_E_LOGONLY(DLNA_TAG, "[DlnaSPLWaitingUserStartEvent] sem_wait(gMpegStopedSemaphore) error no. %d",
-                           EINVAL);
-        return -1;
-    }
     // An answer already posted keeps its value for this wait.
-    int pending = 0;
-    if (sem_getvalue(sem, &pending) != 0 || pending <= 0) gSPLUserStart = kSPLNoAnswer;
-    ++gSPLWaiters;
-    l.unlock();
-    int r;
-    do {
-        r = sem_wait(sem);
-    } while (r != 0 && errno == EINTR);  // the alarm handler interrupts waits
-    int err = errno;
-    l.lock();
-    --gSPLWaiters;
-    gSPLWaitersGone.notify_all();
-    if (r != 0) {
+    const int r = splHandshake().wait(answer);
+    if (r != 0)
         DLNA_LOG_E_LOGONLY(DLNA_TAG, "[DlnaSPLWaitingUserStartEvent] sem_wait(gMpegStopedSemaphore) error no. %d",
-                           err);
-    } else if (answer != nullptr) {
-        *answer = gSPLUserStart;
-    }
+                           errno);
     return r;
 }
 
 void DlnaSPLSendUserStartEvent(bool confirmed) {
-    std::lock_guard<std::mutex> g(gSPLLock);
-    gSPLUserStart = confirmed ? 1 : 2;
-    if (gDlnaSPLSemaphore != nullptr) {
+    if (splHandshake().post(confirmed ? 1 : 2))
         DLNA_LOG_I(DLNA_TAG, "DlnaSPLSendUserStartEvent () give semaphone gDlnaSPLSemaphore");
-        sem_post(gDlnaSPLSemaphore);
-    }
 }
 
 }  // extern "C"

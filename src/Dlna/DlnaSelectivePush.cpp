@@ -74,17 +74,12 @@ int DlnaSelectivePush_SendUserStartEvent(int answer) {
 
 int DlnaSelectivePush_WaitingUserStartEvent(int* answer) {
     DlnaHandshake& handshake = SPUserStartHandshake();
-    // An announcement already posted keeps its answer; otherwise the wait
-    // starts from "no answer".
-    if (handshake.pending() == 0) gSPUserStartValue.store(kSPNoUserStart);
     DLNA_LOG_I(DLNA_SP_TAG, "gDlnaSelectivePushSemaphore = 0x%lx",
                static_cast<unsigned long>(reinterpret_cast<uintptr_t>(handshake.address())));
-    const int result = handshake.wait();
-    if (result != 0) {
-        DLNA_LOG_E(DLNA_SP_TAG, "sem_wait(gDlnaSelectivePushSemaphore) error no. %d", errno);
-        return result;
-    }
-    if (answer != nullptr) *answer = gSPUserStartValue.load();
+    // An announcement already posted keeps its answer; otherwise the wait
+    // starts from "no answer" (65535).
+    const int result = handshake.wait(answer);
+    if (result != 0) DLNA_LOG_E(DLNA_SP_TAG, "sem_wait(gDlnaSelectivePushSemaphore) error no. %d", errno);
     return result;
 }
 

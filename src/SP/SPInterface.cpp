@@ -13,7 +13,6 @@
 #include "SP/server/SPServer.h"
 
 std::atomic<SPServer*> ptheSpServer{nullptr};
-std::atomic<int> gSPUserStartValue{kSPNoUserStart};
 
 namespace {
 
@@ -46,7 +45,7 @@ std::string pendingMac() {
 }
 
 DlnaHandshake& multiPushHandshake() {
-    static DlnaHandshake* h = new DlnaHandshake;
+    static DlnaHandshake* h = new DlnaHandshake(kSPNoUserStart);
     return *h;
 }
 
@@ -88,7 +87,7 @@ void setUpClientManager(SPClntNotificationCallbackFn callback) {
 }  // namespace
 
 DlnaHandshake& SPUserStartHandshake() {
-    static DlnaHandshake* h = new DlnaHandshake;
+    static DlnaHandshake* h = new DlnaHandshake(kSPNoUserStart);
     return *h;
 }
 
@@ -267,8 +266,7 @@ void SPControlNotificationCallback(eSPNotifyControlEvent event, stSPInformation*
             SelectivePushSendEventToUI(nfc ? 62 : 61, mMacAddressParam, text(mUserAgentParam));
             if (info != nullptr) info->last = nullptr;
             // A UI waiting for a phone learns that one asks to start.
-            gSPUserStartValue.store(1);
-            SPUserStartHandshake().post();
+            SPUserStartHandshake().post(1);
             break;
         }
         case EVENT_DEVICE_REMOVED:

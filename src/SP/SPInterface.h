@@ -20,12 +20,10 @@ extern std::atomic<SPServer*> ptheSpServer;
 // Value of the user-start answer before anything is posted.
 constexpr int kSPNoUserStart = 65535;
 
-// Posted on each phone announcement (single-phone push); created by the
-// push start, destroyed by its terminate.
+// Posted with 1 on each phone announcement (single-phone push); created by
+// the push start, destroyed by its terminate.
 class DlnaHandshake;
 DlnaHandshake& SPUserStartHandshake();
-// The answer that the last post carried (kSPNoUserStart when none).
-extern std::atomic<int> gSPUserStartValue;
 
 // Server and client events of the single-phone push.
 void SPControlNotificationCallback(eSPNotifyControlEvent event, stSPInformation* info);
