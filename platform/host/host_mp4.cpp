@@ -212,6 +212,18 @@ bool readMovieBox(int fd, uint64_t fileSize, std::vector<uint8_t>* moov) {
     return false;
 }
 
+// The movie box of the file at path.
+bool loadMovieBox(const std::string& path, std::vector<uint8_t>* moov) {
+    // 64-bit offsets also on the 32-bit camera: videos pass 2 GiB.
+    const int fd = open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_LARGEFILE);
+    if (fd < 0) return false;
+    struct stat64 st;
+    const bool ok = fstat64(fd, &st) == 0 && S_ISREG(st.st_mode) &&
+                    readMovieBox(fd, static_cast<uint64_t>(st.st_size), moov);
+    close(fd);
+    return ok;
+}
+
 }  // namespace
 
 bool parseMovieBox(const uint8_t* data, size_t length, VideoInfo* out) {
@@ -230,17 +242,35 @@ bool parseMovieBox(const uint8_t* data, size_t length, VideoInfo* out) {
 }
 
 bool readVideoInfo(const std::string& path, VideoInfo* out) {
-    if (out == nullptr) return false;
-    // 64-bit offsets also on the 32-bit camera: videos pass 2 GiB.
-    const int fd = open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_LARGEFILE);
-    if (fd < 0) return false;
-    struct stat64 st;
     std::vector<uint8_t> moov;
-    const bool ok = fstat64(fd, &st) == 0 && S_ISREG(st.st_mode) &&
-                    readMovieBox(fd, static_cast<uint64_t>(st.st_size), &moov) &&
-                    parseMovieBox(moov.data(), moov.size(), out);
-    close(fd);
-    return ok;
+    return out != nullptr && loadMovieBox(path, &moov) && parseMovieBox(moov.data(), moov.size(), out);
+}
+
+bool readMovieSummary(const std::string& path, MovieSummary* out) {
+    std::vector<uint8_t> moov;
+    if (out == nullptr || !loadMovieBox(path, &moov)) return false;
+    *out = MovieSummary();
+    const Box movie{fourcc("moov"), moov.data(), moov.size()};
+    Box mvhd;
+    uint32_t timescale = 0;
+    uint64_t duration = 0;
+    if (findChild(movie, fourcc("mvhd"), &mvhd) && readTimescale(mvhd, &timescale, &duration) && timescale != 0) {
+        out->timed = true;
+        out->durationMs = toMilliseconds(duration, timescale);
+    }
+    BoxCursor cursor(moov.data(), moov.size());
+    Box trak, tkhd;
+    while (cursor.next(&trak)) {
+        if (trak.type != fourcc("trak") || !findChild(trak, fourcc("tkhd"), &tkhd)) continue;
+        VideoInfo size;
+        readTrackSize(tkhd, &size);
+        if (size.width != 0 && size.height != 0) {
+            out->width = size.width;
+            out->height = size.height;
+            break;
+        }
+    }
+    return true;
 }
 
 }  // namespace mp4

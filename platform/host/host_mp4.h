@@ -1,6 +1,7 @@
 // A small reader of ISO base media files (MP4): just enough of the movie
 // header to tell a video's picture size, frame rate and playing time. Used by
-// the host stand-in of the application-service library's video attributes.
+// the host stand-ins of the application-service library's video attributes
+// and of the DLNA stack's media scanner.
 //
 // Every length in the file is checked against the bytes that hold it, so a
 // truncated or hostile file yields "not readable", never a read out of
@@ -32,6 +33,19 @@ bool readVideoInfo(const std::string& path, VideoInfo* out);
 
 // The same for the payload of a movie box ('moov') held in memory.
 bool parseMovieBox(const uint8_t* data, size_t length, VideoInfo* out);
+
+// What a media scanner lists of a movie: the whole movie's playing time (its
+// movie header) and the first picture size a track header gives.
+struct MovieSummary {
+    bool timed = false;        // the movie header gave a timescale
+    uint64_t durationMs = 0;   // playing time in milliseconds, when timed
+    uint32_t width = 0;        // pixels; 0 when no track header gives a size
+    uint32_t height = 0;
+};
+
+// Reads the summary of the MP4 file at path; false when the file cannot be
+// opened or has no readable movie box.
+bool readMovieSummary(const std::string& path, MovieSummary* out);
 
 }  // namespace mp4
 }  // namespace host

@@ -2,7 +2,7 @@
 // by the DLNA stack's file scanner and by the viewfinder library's DCF parser,
 // read by the stack's DataBaseMgr. The scan really walks the folder, reading
 // picture sizes from JPEG frame headers and video durations and sizes from
-// the MP4 movie header.
+// the MP4 movie box.
 #include <dirent.h>
 #include <sqlite3.h>
 #include <sys/stat.h>
@@ -11,13 +11,13 @@
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
-#include <cstring>
 #include <ctime>
 #include <fstream>
 #include <functional>
 #include <string>
 #include <vector>
 
+#include "host_mp4.h"
 #include "zeb_media_internal.h"
 
 namespace host {
@@ -58,11 +58,6 @@ std::string lowerExtension(const std::string& name) {
     return ext;
 }
 
-uint32_t be32(const unsigned char* p) {
-    return (uint32_t(p[0]) << 24) | (uint32_t(p[1]) << 16) | (uint32_t(p[2]) << 8) | p[3];
-}
-uint64_t be64(const unsigned char* p) { return (uint64_t(be32(p)) << 32) | be32(p + 4); }
-
 // Width and height from the first frame header (SOFn) of a JPEG file.
 std::string jpegResolution(const std::string& path) {
     std::ifstream in(path, std::ios::binary);
@@ -86,80 +81,19 @@ std::string jpegResolution(const std::string& path) {
     return "";
 }
 
-// Finds the box of type inside [begin, end) of a box list; false when absent.
-bool findBox(const std::vector<unsigned char>& d, size_t begin, size_t end, const char* type, size_t* payload,
-             size_t* payloadEnd, size_t* next = nullptr) {
-    for (size_t pos = begin; pos + 8 <= end;) {
-        uint64_t size = be32(&d[pos]);
-        size_t header = 8;
-        if (size == 1) {
-            if (pos + 16 > end) return false;
-            size = be64(&d[pos + 8]);
-            header = 16;
-        } else if (size == 0) {
-            size = end - pos;
-        }
-        if (size < header || size > end - pos) return false;
-        if (memcmp(&d[pos + 4], type, 4) == 0) {
-            *payload = pos + header;
-            *payloadEnd = pos + size;
-            if (next) *next = pos + size;
-            return true;
-        }
-        pos += size;
-    }
-    return false;
-}
-
 // Duration and frame size from an MP4/QuickTime file's movie box.
 void mp4Info(const std::string& path, MediaInfo* info) {
-    std::ifstream in(path, std::ios::binary);
-    // Walk the top-level boxes to the movie box, reading only that one.
-    std::vector<unsigned char> moov;
-    for (int boxes = 0; boxes < 1000 && moov.empty(); ++boxes) {
-        unsigned char h[16];
-        if (!in.read(reinterpret_cast<char*>(h), 8)) return;
-        uint64_t size = be32(h);
-        uint64_t header = 8;
-        if (size == 1) {
-            if (!in.read(reinterpret_cast<char*>(h + 8), 8)) return;
-            size = be64(h + 8);
-            header = 16;
-        }
-        if (size < header) return;
-        if (memcmp(h + 4, "moov", 4) == 0) {
-            if (size - header > 16u * 1024 * 1024) return;
-            moov.resize(size - header);
-            if (!in.read(reinterpret_cast<char*>(moov.data()), static_cast<std::streamsize>(moov.size()))) return;
-        } else {
-            in.seekg(static_cast<std::streamoff>(size - header), std::ios::cur);
-        }
+    host::mp4::MovieSummary movie;
+    if (!host::mp4::readMovieSummary(path, &movie)) return;
+    if (movie.timed) {
+        const uint64_t ms = movie.durationMs;
+        char text[32];
+        snprintf(text, sizeof text, "%u:%02u:%02u.%03u", unsigned(ms / 3600000), unsigned(ms / 60000 % 60),
+                 unsigned(ms / 1000 % 60), unsigned(ms % 1000));
+        info->duration = text;
     }
-    size_t p, e;
-    if (findBox(moov, 0, moov.size(), "mvhd", &p, &e) && e - p >= 32) {
-        bool v1 = moov[p] == 1;
-        uint64_t timescale = v1 ? be32(&moov[p + 20]) : be32(&moov[p + 12]);
-        uint64_t duration = v1 ? be64(&moov[p + 24]) : be32(&moov[p + 16]);
-        if (timescale != 0) {
-            uint64_t ms = duration * 1000 / timescale;
-            char text[32];
-            snprintf(text, sizeof text, "%u:%02u:%02u.%03u", unsigned(ms / 3600000), unsigned(ms / 60000 % 60),
-                     unsigned(ms / 1000 % 60), unsigned(ms % 1000));
-            info->duration = text;
-        }
-    }
-    size_t from = 0, trak, trakEnd, next;
-    while (findBox(moov, from, moov.size(), "trak", &trak, &trakEnd, &next)) {
-        from = next;
-        if (!findBox(moov, trak, trakEnd, "tkhd", &p, &e)) continue;
-        size_t at = moov[p] == 1 ? 88 : 76;
-        if (e - p < at + 8) continue;
-        uint32_t w = be32(&moov[p + at]) >> 16, h = be32(&moov[p + at + 4]) >> 16;
-        if (w != 0 && h != 0) {
-            info->resolution = std::to_string(w) + "x" + std::to_string(h);
-            return;
-        }
-    }
+    if (movie.width != 0 && movie.height != 0)
+        info->resolution = std::to_string(movie.width) + "x" + std::to_string(movie.height);
 }
 
 bool classify(const std::string& path, const std::string& name, MediaInfo* info) {

@@ -151,6 +151,42 @@ TEST_F(VideoAttributes, FileWithoutVideoTrackIsRefused) {
     EXPECT_FALSE(read(write("empty.mp4", ""), &info));
 }
 
+// ---- the summary a media scanner lists ----
+
+TEST_F(VideoAttributes, MovieSummaryHasTheMoviesPlayingTimeAndTheFirstTrackSizeGiven) {
+    Mp4Spec spec;
+    spec.audioTrackFirst = true;  // its track header gives no size
+    host::mp4::MovieSummary movie;
+    ASSERT_TRUE(host::mp4::readMovieSummary(write("clip.mp4", makeMp4(spec)), &movie));
+    EXPECT_TRUE(movie.timed);
+    EXPECT_EQ(movie.durationMs, 10000u) << "the movie header's time, not the video track's 10010";
+    EXPECT_EQ(movie.width, 1920u);
+    EXPECT_EQ(movie.height, 1080u);
+}
+
+TEST_F(VideoAttributes, MovieSummaryOfAMovieWithoutTracksHasOnlyItsTime) {
+    const std::string mvhd = fullBox("mvhd", 0, 0, std::string(8, '\0') + be32(600) + be32(1500) + std::string(80, '\0'));
+    host::mp4::MovieSummary movie;
+    ASSERT_TRUE(host::mp4::readMovieSummary(write("bare.mp4", box("moov", mvhd)), &movie));
+    EXPECT_TRUE(movie.timed);
+    EXPECT_EQ(movie.durationMs, 2500u);
+    EXPECT_EQ(movie.width, 0u);
+    EXPECT_EQ(movie.height, 0u);
+
+    const std::string untimed = fullBox("mvhd", 0, 0, std::string(96, '\0'));
+    ASSERT_TRUE(host::mp4::readMovieSummary(write("untimed.mp4", box("moov", untimed)), &movie));
+    EXPECT_FALSE(movie.timed) << "a timescale of 0 gives no playing time";
+}
+
+TEST_F(VideoAttributes, MovieSummaryOfAFileWithoutAWholeMovieBoxFails) {
+    host::mp4::MovieSummary movie;
+    EXPECT_FALSE(host::mp4::readMovieSummary(write("notmp4.mp4", "this is not an mp4 file at all"), &movie));
+    EXPECT_FALSE(host::mp4::readMovieSummary(write("empty.mp4", ""), &movie));
+    const std::string whole = makeMp4();
+    EXPECT_FALSE(host::mp4::readMovieSummary(write("cut.mp4", whole.substr(0, whole.size() - 1)), &movie));
+    EXPECT_FALSE(host::mp4::readMovieSummary(m_dir.path() + "/missing.mp4", &movie));
+}
+
 TEST_F(VideoAttributes, EveryTruncationOfTheFileIsRefused) {
     const std::string whole = makeMp4();
     const std::string path = m_dir.path() + "/cut.mp4";
