@@ -157,10 +157,7 @@ void stopEvents() {
     }
     s.changed.notify_all();
     for (auto& call : dropped) call.drop();
-    if (t.joinable()) {
-        if (t.get_id() == std::this_thread::get_id()) t.detach();
-        else t.join();
-    }
+    host::joinUnlessSelf(t);
 }
 
 void resetMrcp() {

@@ -89,10 +89,7 @@ void stopThread() {
         t.swap(s.thread);
     }
     s.wake.notify_all();
-    if (t.joinable()) {
-        if (t.get_id() == std::this_thread::get_id()) t.detach();
-        else t.join();
-    }
+    host::joinUnlessSelf(t);
 }
 
 void resetTimers() {
