@@ -9,6 +9,8 @@ set -euo pipefail
 packages=(cmake make g++ gcc pkg-config libgtest-dev libgmock-dev
           libjpeg62-turbo-dev libsqlite3-dev iproute2 curl python3 binutils
           clang libclang-rt-14-dev)
+# The host DLNA stack reads XML with libupnp's parser (ixml).
+packages+=(libupnp-dev)
 # phone-sim's HTTP server (tools/phone-sim): a library the camera side does not use.
 packages+=(libcpp-httplib-dev)
 arm=0
@@ -16,6 +18,10 @@ if [[ "${1:-}" == "--arm" ]]; then
   arm=1
   packages+=(g++-arm-linux-gnueabihf qemu-user libgtest-dev:armhf libgmock-dev:armhf
              libjpeg62-turbo-dev:armhf libsqlite3-dev:armhf libstdc++6:armhf)
+  # libupnp's -dev package cannot be installed for two architectures at once
+  # (one generated header differs): the armhf build takes the build
+  # machine's headers and these armhf runtime libraries.
+  packages+=(libupnp13:armhf libixml10:armhf)
 fi
 
 native="$(dpkg --print-architecture)"
