@@ -9,6 +9,7 @@
 #include "Dlna/DlnaStack.h"
 #include "SP/osal/SPGenericThread.h"
 #include "host_media.h"
+#include "host_nasl.h"
 #include "media_fixture.h"
 
 using mediatest::Event;

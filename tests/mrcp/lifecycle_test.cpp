@@ -10,6 +10,7 @@
 #include "Dlna/DlnaStack.h"
 #include "SP/osal/SPGenericThread.h"
 #include "host_media.h"
+#include "host_nasl.h"
 #include "mrcp_fixture.h"
 #include "support/netns.h"
 

@@ -16,6 +16,8 @@
 #include <utility>
 #include <vector>
 
+#include "host_timer.h"
+
 namespace host {
 namespace mrcp {
 
@@ -96,26 +98,6 @@ std::vector<std::string> subscriptions();  // UDNs passed to ZEBMRCPSubscribeDev
 std::vector<std::pair<std::string, std::string>> storedProtocolInfos();
 bool streamingServerRunning();
 int streamingServerPort();  // port of the last successful start
-
-// --- Timers (DMSAppCreateTimer & co.) -----------------------------------------------
-struct Timer {
-    int handle = 0;
-    std::string name;
-    bool armed = false;
-    unsigned int periodMs = 0;  // of the last start
-};
-// Timers created and not deleted.
-std::vector<Timer> timers();
-struct Firing {
-    std::string name;
-    int64_t armedAtMs = 0;  // steady clock when the timer was (re-)armed
-    int64_t firedAtMs = 0;  // steady clock when its handler was called
-    unsigned int periodMs = 0;
-};
-// Every firing since the last reset, in order.
-std::vector<Firing> firings();
-// The steady clock the timestamps above use.
-int64_t nowMs();
 
 }  // namespace mrcp
 }  // namespace host
