@@ -2,6 +2,7 @@
 // stack's threads, friendly name, HTTPMU pause and resume.
 #include <dirent.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <random>
 
@@ -91,6 +92,20 @@ TEST_F(DmsHelpers, CopyFileToAnUnwritableTargetFails) {
     EXPECT_EQ(DlnaDataCopyFile(from.c_str(), dcim().c_str()), -1);
     EXPECT_EQ(DlnaDataCopyFile(from.c_str(), path("/no/such/dir/x").c_str()), -1);
     EXPECT_EQ(DlnaDataCopyFile(nullptr, path("/x").c_str()), -1);
+}
+
+TEST_F(DmsHelpers, CopyFileReportsAFailedWrite) {
+    // A target that opens but takes no byte (a full device): nothing was
+    // copied, and a caller must not take the target for a whole copy.
+    if (access("/dev/full", W_OK) != 0) GTEST_SKIP() << "/dev/full is not available here";
+    std::string from = path("/src.bin");
+    mediatest::writeFile(from, randomBytes(4096));
+    const int before = openDescriptors();
+    EXPECT_EQ(DlnaDataCopyFile(from.c_str(), "/dev/full"), -1);
+    EXPECT_EQ(openDescriptors(), before);
+    // The empty source writes nothing, so nothing can fail.
+    mediatest::writeFile(from, "");
+    EXPECT_EQ(DlnaDataCopyFile(from.c_str(), "/dev/full"), 0);
 }
 
 TEST_F(DmsHelpers, CopyFileLeaksNoDescriptorOnAnyPath) {

@@ -480,9 +480,11 @@ bool SPHTTPClientHandler::readResponse(int timeoutMs) {
             start = nowMs();
             left = timeoutMs;
         }
+        if (!awaitReply(left)) break;  // a stop request
+        left = start + timeoutMs - nowMs();
         char buf[kReplyReadSize + 1];
         unsigned long got = 0;
-        const bool ok = m_pSocket->read(buf, kReplyReadSize, &got, static_cast<unsigned long>(left));
+        const bool ok = m_pSocket->read(buf, kReplyReadSize, &got, static_cast<unsigned long>(left > 0 ? left : 0));
         ++reads;
         if (ok && got == 0) break;  // the phone closed: no reply can follow
         if (got > 0) {
@@ -498,6 +500,21 @@ bool SPHTTPClientHandler::readResponse(int timeoutMs) {
     }
     DLNA_LOG_E(DLNA_SP_TAG, " Exiting from readResponse: No Data Read");
     return false;
+}
+
+bool SPHTTPClientHandler::awaitReply(int64_t ms) {
+    // In slices of a second at most: a phone that stays silent must not keep
+    // a stopped transfer (and the terminate joining it) for a whole reply
+    // period. Readable, failed or out of time: the read that follows tells.
+    const int64_t deadline = nowMs() + ms;
+    for (;;) {
+        if (exitRequested()) return false;
+        const int64_t left = deadline - nowMs();
+        if (left <= 0) return true;
+        struct pollfd p = {m_pSocket->get_fd(), POLLIN, 0};
+        const int rc = poll(&p, 1, static_cast<int>(left < 1000 ? left : 1000));
+        if (rc > 0 || (rc < 0 && errno != EINTR)) return true;
+    }
 }
 
 bool SPHTTPClientHandler::isRequestPending() {

@@ -90,8 +90,13 @@ bool SPServer::listenOnFirstFreePort() {
     fd = SPKeepOffDescriptorZero(fd);
     m_pListenSocket = new SPTCPSocket(static_cast<unsigned int>(fd));
     int one = 1;
-    if (setsockopt(fd, SOL_SOCKET, SO_REUSEADDR, &one, sizeof one) != 0)
+    if (setsockopt(fd, SOL_SOCKET, SO_REUSEADDR, &one, sizeof one) != 0) {
+        // Like every other set-up step, a failure ends the server with event
+        // 3: the UI learns it at once, rather than running a server whose
+        // port may not be taken again on the next start.
         DLNA_LOG_E(DLNA_SP_TAG, "[SP] setsockopt() SO_REUSEADD Rerror");
+        return false;
+    }
 
     uint16_t port = kFirstPort;
     for (;; ++port) {
