@@ -340,6 +340,27 @@ TEST_F(MrcpResponse, LastChangeOfAnotherRendererOrWithoutStateChangesNothing) {
     EXPECT_EQ(DlnaMrcpGetRendererState(udnOf(0).c_str()), STOPPED);
 }
 
+TEST_F(MrcpResponse, StoppedFromASecondRendererDoesNotEndTheChosenRenderersVideo) {
+    // Every renderer that appeared is subscribed to, so the second TV's
+    // events arrive too; the video plays on the first.
+    videoPlaying();
+    notifyTransportState(udnOf(0), "PLAYING");
+    ASSERT_EQ(eventIds(), std::vector<int>{EVT_MRCP_PLAY_STARTED});
+    ASSERT_TRUE(timerArmed("MrcpTimer"));
+    notifyTransportState(udnOf(1), "STOPPED");
+    notifyTransportState(udnOf(1), "PAUSED_PLAYBACK");
+    EXPECT_EQ(eventIds(), std::vector<int>{EVT_MRCP_PLAY_STARTED}) << "no PLAY_COMPLETE, no PLAY_PAUSED";
+    bool positionPolled = false;
+    for (auto& t : host::mrcp::timers()) positionPolled = positionPolled || t.name == "MrcpTimer";
+    EXPECT_TRUE(positionPolled) << "the position is still polled";
+    EXPECT_TRUE(gFirstPlayFlag);
+    EXPECT_EQ(DlnaMrcpGetRendererState(udnOf(0).c_str()), PLAYING);
+    // The chosen TV's own STOPPED still ends it.
+    notifyTransportState(udnOf(0), "STOPPED");
+    EXPECT_EQ(eventIds(), (std::vector<int>{EVT_MRCP_PLAY_STARTED, EVT_MRCP_PLAY_COMPLETE}));
+    EXPECT_TRUE(host::mrcp::timers().empty());
+}
+
 TEST_F(MrcpResponse, TerminateWaitsForTheCallbackInFlightAndStopsTheTimers) {
     videoPlaying();
     ASSERT_TRUE(timerArmed("GetTransportInfoTimer"));
