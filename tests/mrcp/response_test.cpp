@@ -120,6 +120,9 @@ TEST_F(MrcpResponse, PlayThatCannotBeSentReportsPlayFailed) {
     answerLast("SetAVTransportURI");
     EXPECT_EQ(eventIds(), std::vector<int>{EVT_MRCP_PLAY_FAILED});
     EXPECT_TRUE(MrcpGetShowReadyFlag());
+    // No Play is pending: the UI may show the next photo at once.
+    EXPECT_NE(gMrcpPlayActionFlag.load(), kMrcpActionSent);
+    EXPECT_EQ(DlnaMrcpShowFile(photo2().c_str()), 1);
 }
 
 TEST_F(MrcpResponse, PlayAnswerWithError801ForAPhotoSendsShowReadyAndPollsNothing) {
