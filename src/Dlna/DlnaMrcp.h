@@ -4,9 +4,10 @@
 //
 // Threads: the UI calls the exported functions; the stack calls the four
 // callbacks on its own threads; the two polling timers fire on the stack's
-// timer thread. The flags are atomic words and each decision on them is one
-// atomic step (exchange, compare-exchange), so two handlers never both act
-// on one change. MrcpLock() guards only the texts and handles below, and is
+// timer thread. The flags are atomic words; where two handlers could race
+// for one report (SHOW_READY, PLAY_STARTED, the end of a busy flag) the
+// decision is one atomic step (exchange, compare-exchange), so only one of
+// them makes it. MrcpLock() guards only the texts and handles below, and is
 // never held while the UI callback or the stack is called: a UI may hand an
 // event to its own thread and wait there for a call back into the control
 // point, and a stack call may wait until the stack's notification thread
