@@ -8,6 +8,11 @@
  * from any thread and must return promptly. The data a callback receives lives
  * only for the duration of the call: copy what you keep.
  *
+ * The terminates of the media sharing links and of the viewfinder modes
+ * first cancel what still runs on a thread of its own (a media server start,
+ * a media database build) and wait for it, for a bounded time given in the
+ * function's comment, then go on without it.
+ *
  * This header is usable from C and C++.
  */
 #ifndef CAMWIFI_CAMWIFI_H

@@ -73,8 +73,11 @@ CAMWIFI_API int DlnaGetTransferSize(void);
 CAMWIFI_API int DlnaTVLinkStart(ZEB_UI_CALLBACK callback, const char* mediaDir, int aclMode);
 
 /* Stops and releases the media server and the stack (each part that was
- * brought up), leaves certification mode and releases the file list. Wait
- * for the start's final event first (or cancel with DlnaDmsCancel). */
+ * brought up), leaves certification mode and releases the file list. A
+ * start still running is cancelled first (it ends with event 6, 2) and
+ * waited for, at most 10 seconds: one that cannot end by then (its
+ * callback does not return) is left to end on its own, and the terminate
+ * goes on. */
 CAMWIFI_API void DlnaTVLinkTerminate(void);
 
 /* Announces the server on the network once more now. Returns the stack's
@@ -102,7 +105,9 @@ CAMWIFI_API int DlnaSmartphoneLinkStart(ZEB_UI_CALLBACK callback, const char* me
 
 /* Stops and releases the media server and the stack, wakes a thread waiting
  * in DlnaSPLWaitingUserStartEvent (it gets 65535), releases the handshake and
- * the file list and sets the share mode to 0. */
+ * the file list and sets the share mode to 0. A start still running is
+ * cancelled and waited for first, at most 10 seconds, as in
+ * DlnaTVLinkTerminate. */
 CAMWIFI_API void DlnaSmartphoneLinkTerminate(void);
 
 /* Blocks until the user answers (DlnaSPLSendUserStartEvent) or the link is

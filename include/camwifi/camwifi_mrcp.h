@@ -22,6 +22,14 @@
  *   24  EVT_MRCP_SHOW_READY            NULL, 0 (the next photo may be shown)
  *   25  EVT_MRCP_UNSUPPORTED_FILE      NULL, 0
  *
+ * Events may come from the moment the stack is set up inside DlnaMrcpStart:
+ * a renderer found while the start runs is announced (15) before it returns.
+ * Only the chosen renderer's state reports drive events 17 to 25: another
+ * TV stopping does not end the video playing on the chosen one. The callback
+ * may call the functions below, itself or from another thread it waits for
+ * (the control point holds no lock while it calls the UI or the stack); it
+ * must not wait for a DlnaMrcpTerminate, which waits for the callbacks.
+ *
  * Status codes of the content functions: 0 success, 801 no camera address,
  * 802 no configuration / no buffer, 803 no database, 805 database or entry
  * missing, 806 not a photo or video.
@@ -106,16 +114,23 @@ typedef struct {
  * point and the HTTP streaming server up (each part once). Returns 1 when
  * started, 0 on failure (call DlnaMrcpTerminate all the same). */
 CAMWIFI_API int DlnaMrcpStart(ZEB_UI_CALLBACK callback);
-/* Stops the polling timers, takes down what DlnaMrcpStart brought up and
- * returns when no callback of the control point runs any more. Returns 1. */
+/* Stops the polling timers and takes down what DlnaMrcpStart brought up;
+ * from its first step on, no answer, event or timer of the stack acts. The
+ * stack's stop returns once its callbacks have returned; a polling timer's
+ * handler still on its way out is waited for at most 5 seconds. The chosen
+ * renderer, its UDN and the renderer list are kept: after the next
+ * DlnaMrcpStart the playback calls go to the same renderer. Returns 1. */
 CAMWIFI_API int DlnaMrcpTerminate(void);
 /* Waits 2 seconds for renderers to answer, then lists at most
  * DLNA_MRCP_MAX_DMR of them: *count and *list (valid until the next call)
  * are set. Returns 1 (also with no renderer: the outputs are then left as
  * they were), 0 on failure. */
 CAMWIFI_API int DlnaMrcpGetDmrList(int* count, DmrListEntry** list);
-/* Chooses row index of the last list (its UDN; udn is only logged),
- * subscribes to its events and makes it ready for a photo. Returns 1. */
+/* Chooses row index of the renderer list (its UDN; udn is only logged),
+ * subscribes to its events and makes it ready for a photo. A row the last
+ * list did not fill holds what an earlier list left there (or nothing). An
+ * index outside 0 .. DLNA_MRCP_MAX_DMR - 1 is logged and chooses nothing:
+ * the earlier choice stands. Always returns 1. */
 CAMWIFI_API int DlnaMrcpSetDmr(int index, const char* udn);
 /* Asks the chosen renderer for its transport state once (the answer drives
  * the events above). Returns 1. */
@@ -139,8 +154,10 @@ CAMWIFI_API int DlnaMrcpStopFile(void);
 CAMWIFI_API int DlnaMrcpSeekFile(const char* target);
 /* Asks for the playing position (answered by EVT_MRCP_PLAY_POSITION). */
 CAMWIFI_API int DlnaMrcpGetPositionInfo(void);
-/* Sets (0 to 100) or asks for the Master volume of the renderer udn (NULL
- * or empty: the chosen renderer). */
+/* Sets (0 to 100) or asks for the Master volume of the chosen renderer, as
+ * every playback call does; udn is not used (NULL is fine). 0 when no
+ * renderer is chosen, the volume is outside 0 to 100 or the request could
+ * not be sent. */
 CAMWIFI_API int DlnaMrcpSetVolume(const char* udn, int volume);
 CAMWIFI_API int DlnaMrcpGetVolume(const char* udn);
 /* The state last reported by the chosen renderer: 0 stopped,

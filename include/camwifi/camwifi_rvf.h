@@ -94,9 +94,12 @@ CAMWIFI_API int DlnaRVFSet_Control_Function(RVF_CONTROL_FUNCTIONS* functions);
 CAMWIFI_API int DlnaRVFSet_Mpeg_Function(RVF_MPEG_FUNCTIONS* functions);
 /* Stops the viewfinder (and the browsing mode): forgets the settings, wakes
  * every waiter and a producer blocked in DlanRVFStreamBufferReady, cancels
- * and waits for a media database build, stops the service, releases the
- * file list and sets the share mode to 0. A second call does nothing.
- * Returns 1. */
+ * a media database build and waits for it (its event 92 with 2 still
+ * reaches the callback), stops the service, releases the file list and sets
+ * the share mode to 0. The wait for the build is bounded, 30 seconds: a
+ * build that cannot end by then (its callback does not return) is left to
+ * end on its own, unheard, and the terminate goes on. May be called from
+ * the build's own event 92. A second call does nothing. Returns 1. */
 CAMWIFI_API int DlnaRVFTerminate(void);
 
 /*
@@ -182,7 +185,9 @@ CAMWIFI_API bool DlnaBMStart(ZEB_UI_CALLBACK callback);
  * monitor mode's tables. */
 CAMWIFI_API int DlnaBMSet_Control_Function(BM_CONTROL_FUNCTIONS* functions);
 CAMWIFI_API int DlnaBMSet_Mpeg_Function(BM_MPEG_FUNCTIONS* functions);
-/* Stops the monitor mode (a second call does nothing). Returns 1. */
+/* Stops the monitor mode. A media database build still running is
+ * cancelled and waited for first, at most 30 seconds, as in
+ * DlnaRVFTerminate. A second call does nothing. Returns 1. */
 CAMWIFI_API int DlnaBMTerminate(void);
 /* A monitor-mode camera event: 1, 2, 4, 6, 7 state changes; 3 rotation
  * (value is the rotation text); 5 monitoring starts. Other ids are ignored.

@@ -11,6 +11,7 @@
 #define CAMWIFI_HOST_MRCP_H
 
 #include <cstdint>
+#include <functional>
 #include <optional>
 #include <string>
 #include <utility>
@@ -89,6 +90,15 @@ bool deliverException(int type, const std::string& value);
 bool waitIdle(int timeoutMs = 5000);
 // Number of request, response and notification objects not yet released.
 int liveObjects();
+
+// --- Stack calls that wait for the stack's own threads ---------------------------
+// The next call of the stack function fn ("ZEBMRCPStart", "ZEBMRCPSubscribeDevice",
+// "ZEBMRCPGetDeviceList" or a sending call such as "ZEBMRCPAVStop") runs during()
+// on the calling thread once its own work is done, before it returns: as a real
+// stack may announce renderers while it starts, or wait in a call until its
+// notification thread has run a callback. during() may deliver callbacks and
+// wait for them (waitIdle). Used once; a reset forgets it.
+void duringNextCall(const std::string& fn, std::function<void()> during);
 
 // --- Profile, subscriptions, protocol infos, streaming server ---------------------
 bool profileInitialised();  // ZEBMRCPInitialize done, ZEBMRCPTerminate not since
