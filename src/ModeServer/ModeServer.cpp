@@ -57,7 +57,7 @@ ModeServer::~ModeServer() {
         m_vHttpHandler.clear();
     }
     removeDeviceInfo();
-    closeListeningSocket();
+    closeListeningSocket(false);
     for (SPTCPSocket* s : m_vWaiting) delete s;
     m_vWaiting.clear();
 }
@@ -97,12 +97,9 @@ void ModeServer::entry() {
     markListening(listening);
     const bool fatal = !listening || !serveLoop();
 
-    closeListeningSocket();
     for (SPTCPSocket* s : m_vWaiting) delete s;
     m_vWaiting.clear();
-    if (fatal) {
-        if (ModeServerCallback cb = m_pCallback.load()) cb(0, eINTERNAL_EVENT_FAIL, 0, 0);
-    }
+    closeListeningSocket(fatal);
 }
 
 bool ModeServer::listenOnFirstFreePort() {
@@ -135,15 +132,23 @@ bool ModeServer::listenOnFirstFreePort() {
     }
 }
 
-void ModeServer::closeListeningSocket() {
+void ModeServer::closeListeningSocket(bool fatal) {
     if (m_pListenSocket == nullptr) return;
-    // No lingering: the port is free for the next start at once. Set before
-    // the wrapper closes the descriptor, never on a closed one.
-    struct linger off = {1, 0};
-    if (setsockopt(m_pListenSocket->get_fd(), SOL_SOCKET, SO_LINGER, &off, sizeof off) != 0)
-        DLNA_LOG_E(DLNA_MS_TAG, "setsockopt() SO_LINGER error");
+    // The wrapper goes first, then the API hears of a failure, then the
+    // descriptor is closed. The wrapper hands its descriptor over instead of
+    // closing it, so the lingering option below is set on the open socket and
+    // the close can never hit a number the callback's thread has reused.
+    const int fd = m_pListenSocket->release();
     delete m_pListenSocket;
     m_pListenSocket = nullptr;
+    if (fatal) {
+        if (ModeServerCallback cb = m_pCallback.load()) cb(0, eINTERNAL_EVENT_FAIL, 0, 0);
+    }
+    // No lingering: the port is free for the next start at once.
+    struct linger off = {1, 0};
+    if (setsockopt(fd, SOL_SOCKET, SO_LINGER, &off, sizeof off) != 0)
+        DLNA_LOG_E(DLNA_MS_TAG, "setsockopt() SO_LINGER error");
+    if (fd > 0) ::close(fd);
 }
 
 bool ModeServer::serveLoop() {

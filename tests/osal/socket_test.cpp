@@ -453,6 +453,30 @@ TEST_F(Sockets, CloseIsSafeTwiceAndDestructionCloses) {
     ::close(pair[1]);
 }
 
+TEST_F(Sockets, ReleasedDescriptorStaysOpenAfterTheObjectIsGone) {
+    Connection c;
+    ASSERT_GE(c.peer.fd, 0);
+    auto* s = new SPTCPSocket;
+    const int fd = s->get_fd();
+    ASSERT_GT(fd, 0);
+    EXPECT_EQ(s->release(), fd);
+    EXPECT_EQ(s->get_fd(), 0);
+    EXPECT_EQ(s->release(), 0) << "nothing left to hand over";
+    delete s;
+    EXPECT_TRUE(isOpenFd(fd)) << "the caller owns it now";
+    EXPECT_EQ(intOption(fd, SOL_SOCKET, SO_TYPE), SOCK_STREAM);
+    ::close(fd);
+
+    // A released connection is not shut down either.
+    const int conn = c.client.release();
+    ASSERT_GT(conn, 0);
+    c.client.close();
+    EXPECT_EQ(::send(c.peer.fd, "x", 1, 0), 1);
+    char b = 0;
+    EXPECT_EQ(::recv(conn, &b, 1, 0), 1);
+    ::close(conn);
+}
+
 TEST_F(Sockets, CloseShutsDownTheSendingSideFirst) {
     Connection c;
     ASSERT_GE(c.peer.fd, 0);

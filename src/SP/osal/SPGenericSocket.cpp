@@ -224,6 +224,12 @@ void SPGenericSocket::close() {
     m_iSocket = 0;
 }
 
+int SPGenericSocket::release() {
+    const int fd = m_iSocket;
+    m_iSocket = 0;
+    return fd;
+}
+
 bool SPGenericSocket::open(int type) {
     const int fd = SPKeepOffDescriptorZero(socket(AF_INET, type, 0));
     if (fd < 0) {
