@@ -2,11 +2,11 @@
 
 #include <arpa/inet.h>
 #include <netinet/in.h>
-#include <poll.h>
 #include <sys/prctl.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <chrono>
 #include <cstring>
@@ -17,11 +17,12 @@
 #include "ModeServer/MSHttpClient.h"
 #include "ModeServer/ModeHTTPHandler.h"
 #include "SP/osal/SPGenericSocket.h"
+#include "SP/osal/SPSocketListener.h"
 
 namespace {
 
 // One wait of the accept loop: how often the stop flag is looked at.
-const int kPollMs = 1000;
+const unsigned long kWaitMs = 1000;
 // Pause after a failed accept (descriptors exhausted): the listening socket
 // stays readable, and the loop must not spin.
 const unsigned long kAcceptBackoffMs = 100;
@@ -153,28 +154,30 @@ void ModeServer::closeListeningSocket(bool fatal) {
 
 bool ModeServer::serveLoop() {
     while (!m_bStopped.load()) {
-        // poll rather than select: descriptor numbers are not limited by
-        // FD_SETSIZE.
-        std::vector<struct pollfd> fds;
-        fds.push_back({m_pListenSocket->get_fd(), POLLIN, 0});
-        for (SPTCPSocket* s : m_vWaiting) fds.push_back({s->get_fd(), POLLIN, 0});
-        const int rc = poll(fds.data(), fds.size(), kPollMs);
-        if (rc < 0) {
+        // The listening socket and every waiting connection; the wait leaves
+        // the readable ones (the platform layer's wait, which takes any
+        // number of descriptors with any numbers).
+        std::vector<int> readable;
+        readable.push_back(m_pListenSocket->get_fd());
+        for (SPTCPSocket* s : m_vWaiting) readable.push_back(s->get_fd());
+        if (!SPSocketListener::waitReadable(readable, kWaitMs)) {
             if (errno == EINTR) continue;
             DLNA_LOG_E(DLNA_MS_TAG, "select() error");
             m_bStopped.store(true);
             return false;
         }
-        if (rc == 0) continue;
+        if (readable.empty()) continue;
+        const auto isReadable = [&readable](const SPTCPSocket* s) {
+            return std::find(readable.begin(), readable.end(), s->get_fd()) != readable.end();
+        };
 
         // The connections that were ready in this wait, in list order; they
         // leave the waiting list whatever happens to them.
         std::vector<SPTCPSocket*> ready, stillWaiting;
-        for (size_t i = 0; i < m_vWaiting.size(); ++i)
-            (fds[i + 1].revents != 0 ? ready : stillWaiting).push_back(m_vWaiting[i]);
+        for (SPTCPSocket* s : m_vWaiting) (isReadable(s) ? ready : stillWaiting).push_back(s);
         m_vWaiting.swap(stillWaiting);
 
-        if (fds[0].revents != 0) {
+        if (isReadable(m_pListenSocket)) {
             SPTCPSocket* client = m_pListenSocket->accept();
             if (client == nullptr) {
                 SPGenericThread::sleep(kAcceptBackoffMs);
