@@ -65,14 +65,18 @@ CAMWIFI_API int ModeServerStart(ZEB_MODE_CALLBACK callback, int mode);
 
 /* Stops the server (within about a second, plus a request being served),
  * wakes a confirmation that waits (the phone is answered 200 without being
- * registered), forgets the callback. Safe when no server runs. */
+ * registered, unless an answer given earlier without a waiting phone decides
+ * it), forgets the callback. The last answer is kept. Safe when no server
+ * runs. */
 CAMWIFI_API void ModeServerTerminate(void);
 
 /*
  * kind 0: the user's answer for the phone of event 1 (value nonzero: accept,
  *         0: refuse); returns 1. An answer given while no phone waits is kept
  *         and decides the next new phone without asking. Without a running
- *         server (never started, terminated) nothing happens.
+ *         server (never started, terminated) the answer is only kept: it
+ *         decides a later phone whose wait ends without an answer of its own
+ *         (when the server is terminated).
  * kind 1: the camera changed to mode value: every registered phone is sent a
  *         NOTIFY, one after the other, on the calling thread (a phone that
  *         does not answer delays the next by up to 30 s). Returns 1 when the
