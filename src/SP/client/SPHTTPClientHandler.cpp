@@ -1,7 +1,6 @@
 #include "SP/client/SPHTTPClientHandler.h"
 
 #include <arpa/inet.h>
-#include <poll.h>
 #include <strings.h>
 #include <sys/prctl.h>
 
@@ -17,6 +16,7 @@
 #include "SP/SPDeviceName.h"
 #include "SP/client/SPFileStream.h"
 #include "SP/osal/SPGenericSocket.h"
+#include "SP/osal/SPSocketWait.h"
 #include "nasl_wifi.h"
 
 namespace {
@@ -434,11 +434,9 @@ bool SPHTTPClientHandler::sendData(const char* data, long length) {
             DLNA_LOG_E(DLNA_SP_TAG, "[SPHTTPClientHandler::sendData] Sending operaition is cancelled!");
             return false;
         }
-        // poll rather than select: a descriptor above FD_SETSIZE must not
-        // overrun a descriptor set. Waits of a second at most, so a stop
-        // request is seen within one.
-        struct pollfd p = {m_pSocket->get_fd(), POLLOUT, 0};
-        const int rc = poll(&p, 1, static_cast<int>(left < 1000 ? left : 1000));
+        // Waits of a second at most, so a stop request is seen within one.
+        bool writable = false;
+        const int rc = SPWaitWritable(m_pSocket->get_fd(), left < 1000 ? left : 1000, &writable);
         if (rc < 0 && errno != EINTR) {
             DLNA_LOG_E(DLNA_SP_TAG, "Error in SPHTTPClientHandler - select() failure");
             return false;
@@ -511,16 +509,17 @@ bool SPHTTPClientHandler::awaitReply(int64_t ms) {
         if (exitRequested()) return false;
         const int64_t left = deadline - nowMs();
         if (left <= 0) return true;
-        struct pollfd p = {m_pSocket->get_fd(), POLLIN, 0};
-        const int rc = poll(&p, 1, static_cast<int>(left < 1000 ? left : 1000));
+        bool readable = false;
+        const int rc = SPWaitReadable(m_pSocket->get_fd(), left < 1000 ? left : 1000, &readable);
         if (rc > 0 || (rc < 0 && errno != EINTR)) return true;
     }
 }
 
+
 bool SPHTTPClientHandler::isRequestPending() {
     if (m_pSocket == nullptr || m_pSocket->get_fd() <= 0) return false;
-    struct pollfd p = {m_pSocket->get_fd(), POLLIN, 0};
-    return poll(&p, 1, 0) > 0 && (p.revents & POLLIN) != 0;
+    bool readable = false;
+    return SPWaitReadable(m_pSocket->get_fd(), 0, &readable) > 0 && readable;
 }
 
 void SPHTTPClientHandler::unfoldRequest(std::string& text) {

@@ -72,3 +72,10 @@ int SPWaitReadable(int fd, int64_t timeoutMs, bool* readable) {
     *readable = item.readable;
     return rc;
 }
+
+int SPWaitWritable(int fd, int64_t timeoutMs, bool* writable) {
+    SPWaitItem item = {fd, false, true, false, false};
+    const int rc = SPWaitForSockets(&item, 1, timeoutMs);
+    *writable = item.writable;
+    return rc;
+}

@@ -1,6 +1,7 @@
 // The OS layer's one readiness wait on descriptors. Every timed wait of the
-// platform layer (read, readfrom, connect with a time limit, the listener)
-// and the servers' accept loops go through it.
+// platform layer (read, readfrom, connect with a time limit, the listener),
+// the servers' accept loops and the push handlers' sends and reply waits go
+// through it.
 //
 // It is built on poll(), not select(): a descriptor set ends at FD_SETSIZE
 // (1024), and a process that holds many files (the media database, the
@@ -36,5 +37,7 @@ int SPWaitForSockets(SPWaitItem* items, size_t count, int64_t timeoutMs);
 
 // The same for one descriptor and readability only.
 int SPWaitReadable(int fd, int64_t timeoutMs, bool* readable);
+// The same for one descriptor and writability only.
+int SPWaitWritable(int fd, int64_t timeoutMs, bool* writable);
 
 #endif
