@@ -109,7 +109,12 @@ arch_setup() {
       triplet=arm-linux-gnueabihf cc=arm-linux-gnueabihf-gcc cxx=arm-linux-gnueabihf-g++
       tool_prefix=arm-linux-gnueabihf-
       cross=(-DCMAKE_TOOLCHAIN_FILE="$root_dir/cmake/toolchain-armhf.cmake")
-      run=(qemu-arm -L /)
+      # The armhf loader and libraries: the machine's own multiarch root
+      # when libc6:armhf is there, else the cross toolchain's tree (as in
+      # cmake/toolchain-armhf.cmake).
+      local emulator_root=/usr/arm-linux-gnueabihf
+      [[ -e /lib/ld-linux-armhf.so.3 ]] && emulator_root=/
+      run=(qemu-arm -L "$emulator_root")
       ;;
   esac
 }
@@ -118,7 +123,7 @@ arch_setup() {
 build_device() {
   cmake -S . -B "$1" "${cross[@]}" "${launcher[@]}" -DCAMWIFI_HOST_PLATFORM=OFF -DCAMWIFI_BUILD_TESTS=OFF \
     -DCAMWIFI_BUILD_BENCH=OFF -DCMAKE_INSTALL_PREFIX=/usr || return 1
-  cmake --build "$1" -j "$jobs" --target camwifi
+  cmake --build "$1" -j "$jobs"
 }
 check_soname() {
   local lib=$1 major=${version%%.*}
@@ -142,7 +147,9 @@ check_device_install() {
            "$libdir/cmake/camwifi/camwifiConfig.cmake" "$libdir/cmake/camwifi/camwifiConfigVersion.cmake"; do
     [[ -e "$f" ]] || { echo "missing from the install: ${f#"$stage"}"; return 1; }
   done
-  if find "$stage" -name '*camwifi_host*' | grep -q . || [[ -d "$stage/usr/bin" ]]; then
+  local host_files
+  host_files="$(find "$stage" -name '*camwifi_host*')"
+  if [[ -n "$host_files" || -d "$stage/usr/bin" ]]; then
     echo "the camera install holds host stand-ins or programs"
     return 1
   fi
@@ -196,8 +203,11 @@ check_package_info() {
     [[ "$(dpkg-deb -f "$dir/$p" Architecture)" == "$arch" ]] || { echo "not an $arch package"; return 1; }
   done
   local dev="$dir/libcamwifi-dev_${version}_$arch.deb" runtime="$dir/libcamwifi${version%%.*}_${version}_$arch.deb"
-  if dpkg-deb --contents "$dev" | grep -q camwifi_host; then echo "the development package holds host stand-ins"; return 1; fi
-  dpkg-deb --contents "$runtime" | grep -q "libcamwifi.so.${version%%.*} -> libcamwifi.so.$version" ||
+  local listing
+  listing="$(dpkg-deb --contents "$dev")" || return 1
+  if grep -q camwifi_host <<<"$listing"; then echo "the development package holds host stand-ins"; return 1; fi
+  listing="$(dpkg-deb --contents "$runtime")" || return 1
+  grep -q "libcamwifi.so.${version%%.*} -> libcamwifi.so.$version" <<<"$listing" ||
     { echo "the runtime package lacks the SONAME link"; return 1; }
   local x
   x="$(mktemp -d)"
@@ -240,6 +250,7 @@ packages() {
   step "packages-build-$arch" make_packages "$dir" "$arch" || {
     for s in info lintian install; do skip "packages-$s-$arch" "the packages were not made"; done
     for s in cmake pkgconfig; do skip "consumer-$s-$arch" "the packages were not made"; done
+    skip "tools-$arch" "the packages were not made"
     return
   }
   step "packages-info-$arch" check_package_info "$dir" "$arch"
@@ -247,22 +258,29 @@ packages() {
   grep -E '^[EW]: ' "$logs/packages-lintian-$arch.log" | sed "s/^/  lintian $arch: /"
   step "packages-install-$arch" install_into_root "$dir" "$arch" "$root" || {
     for s in cmake pkgconfig; do skip "consumer-$s-$arch" "the packages were not installed"; done
+    skip "tools-$arch" "the packages were not installed"
     return
   }
   consumer "$arch" "$root" "$dir/consumer"
+  step "tools-$arch" run_tools "$root"
 }
 
 # --- A program of one's own -----------------------------------------------------
-# Runs the consumer with the root's libraries (libcamwifi finds the host
-# stand-ins there too), in a network room of its own where possible.
+# The command prefix that runs a program of this architecture with the
+# root's libraries (libcamwifi finds the host stand-ins there too).
+with_root_libs() {
+  local libs="$1/usr/lib/$triplet"
+  if [[ ${#run[@]} -gt 0 ]]; then
+    with_libs=("${run[@]}" -E LD_LIBRARY_PATH="$libs")
+  else
+    with_libs=(env LD_LIBRARY_PATH="$libs")
+  fi
+}
+# The consumer runs in a network room of its own where possible.
 run_consumer() {
   local root=$1 program=$2
-  local libs="$root/usr/lib/$triplet"
-  if [[ ${#run[@]} -gt 0 ]]; then
-    "${isolate[@]}" "${run[@]}" -E LD_LIBRARY_PATH="$libs" "$program"
-  else
-    "${isolate[@]}" env LD_LIBRARY_PATH="$libs" "$program"
-  fi
+  with_root_libs "$root"
+  "${isolate[@]}" "${with_libs[@]}" "$program"
 }
 consumer_cmake() {
   local root=$1 out=$2
@@ -290,6 +308,23 @@ consumer() {
   local arch=$1 root=$2 out=$3
   step "consumer-cmake-$arch" consumer_cmake "$root" "$root_dir/$out-cmake"
   step "consumer-pkgconfig-$arch" consumer_pkgconfig "$root" "$root_dir/$out-pkgconfig"
+}
+
+# --- The installed tools --------------------------------------------------------
+# camwifi-sim plays its story with the phone-sim and the samples installed
+# beside it. Under user-mode emulation one program cannot start another, so
+# on armhf both only answer --help (which names the samples they found).
+run_tools() {
+  local root=$1 help
+  with_root_libs "$root"
+  help="$("${with_libs[@]}" "$root/usr/bin/camwifi-sim" --help)" || return 1
+  echo "$help"
+  grep -qF "where the samples are ($root/usr/bin/../share/camwifi/samples)" <<<"$help" ||
+    { echo "camwifi-sim does not find the installed samples"; return 1; }
+  "${with_libs[@]}" "$root/usr/bin/phone-sim" --help || return 1
+  if [[ ${#run[@]} -eq 0 ]]; then
+    "${isolate[@]}" "${with_libs[@]}" "$root/usr/bin/camwifi-sim" --timeout 20
+  fi
 }
 
 # --- Checks made once -----------------------------------------------------------
