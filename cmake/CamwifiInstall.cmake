@@ -68,10 +68,9 @@ install(FILES ${PROJECT_BINARY_DIR}/camwifiConfig.cmake ${PROJECT_BINARY_DIR}/ca
   COMPONENT development)
 
 # --- The host stand-ins ------------------------------------------------------------
-# Every library that stands in for a closed one on a PC is listed here, and
-# only here: versioned like libcamwifi, installed as a runtime library of its
-# own (no development link: nobody links it but libcamwifi and the tools).
-set(CAMWIFI_HOST_LIBRARIES camwifi_host)
+# The libraries of CAMWIFI_HOST_LIBRARIES (top-level CMakeLists.txt), in PC
+# builds: versioned like libcamwifi, installed as runtime libraries of their
+# own (no development link: nobody links them but libcamwifi and the tools).
 foreach(host_library ${CAMWIFI_HOST_LIBRARIES})
   if(TARGET ${host_library})
     set_target_properties(${host_library} PROPERTIES

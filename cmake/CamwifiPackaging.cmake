@@ -54,7 +54,14 @@ set(CPACK_DEBIAN_PACKAGE_GENERATE_SHLIBS_POLICY ">=")
 set(CPACK_DEBIAN_ENABLE_COMPONENT_DEPENDS ON)
 # dpkg-shlibdeps must find libcamwifi.so.1 and the host stand-ins, which are
 # not installed on the build machine: the build tree holds them.
-set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS_PRIVATE_DIRS ${PROJECT_BINARY_DIR} ${PROJECT_BINARY_DIR}/platform/host)
+set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS_PRIVATE_DIRS ${PROJECT_BINARY_DIR})
+foreach(host_library ${CAMWIFI_HOST_LIBRARIES})
+  get_target_property(host_library_dir ${host_library} LIBRARY_OUTPUT_DIRECTORY)
+  if(NOT host_library_dir)
+    get_target_property(host_library_dir ${host_library} BINARY_DIR)
+  endif()
+  list(APPEND CPACK_DEBIAN_PACKAGE_SHLIBDEPS_PRIVATE_DIRS ${host_library_dir})
+endforeach()
 
 set(CPACK_DEB_COMPONENT_INSTALL ON)
 set(CPACK_COMPONENTS_ALL ${CAMWIFI_INSTALL_COMPONENTS})
