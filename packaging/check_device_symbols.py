@@ -92,10 +92,14 @@ class Declarations:
         if "file" in loc:
             self.current = loc["file"]
 
-    def walk(self, node, access="public"):
+    def walk(self, node, access="public", member=False, inside_function=False):
+        """access and member: the node's access and whether it is a class
+        member; inside_function: it belongs to a function (parameters, a
+        body), where nothing is a symbol of its own. Every node is still
+        walked, for the file its locations name."""
         if isinstance(node, list):
             for n in node:
-                self.walk(n, access)
+                self.walk(n, access, member, inside_function)
             return
         if not isinstance(node, dict):
             return
@@ -108,27 +112,28 @@ class Declarations:
             self.location(rng.get("begin"))
             self.location(rng.get("end"))
         kind = node.get("kind", "")
-        if access != "private" and self.in_headers(where) and self.contract(node, kind):
+        if (not inside_function and access != "private" and self.in_headers(where)
+                and self.contract(node, kind, member)):
             for variant in structor_variants(kind, node["mangledName"]):
                 self.found[variant] = (node.get("name", variant), os.path.basename(where), kind)
         for key, value in node.items():
             if key in ("loc", "range"):
                 continue
             if key == "inner" and kind == "CXXRecordDecl":
-                self.members(value, "private" if node.get("tagUsed") == "class" else "public")
+                self.members(value, "private" if node.get("tagUsed") == "class" else "public", inside_function)
             elif isinstance(value, (dict, list)):
-                self.walk(value, access)
+                self.walk(value, access, False, inside_function or kind in FUNCTION_KINDS)
 
-    def members(self, inner, access):
+    def members(self, inner, access, inside_function):
         """A class's members in order: the dump states access once per
         `public:` / `private:` label, not on each member."""
-        for member in inner:
-            if isinstance(member, dict) and member.get("kind") == "AccessSpecDecl":
-                access = member.get("access", access)
-            self.walk(member, access)
+        for node in inner:
+            if isinstance(node, dict) and node.get("kind") == "AccessSpecDecl":
+                access = node.get("access", access)
+            self.walk(node, access, True, inside_function)
 
     @staticmethod
-    def contract(node, kind):
+    def contract(node, kind, member):
         if "mangledName" not in node:
             return False
         if node.get("isImplicit"):
@@ -141,9 +146,10 @@ class Declarations:
                 return False
             return True
         if kind == "VarDecl":
-            # Variables the closed libraries define: extern at file scope, or
-            # static data members of their classes.
-            return node.get("storageClass") in ("extern", "static") and "init" not in node
+            # Variables the closed libraries define: extern ones, and static
+            # data members of their classes.
+            storage = node.get("storageClass")
+            return (storage == "extern" or (member and storage == "static")) and "init" not in node
         return False
 
 

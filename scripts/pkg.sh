@@ -29,7 +29,7 @@
 # ("PASS step" or "FAIL step: why", then the end of its log); the last line
 # is "pkg: N passed, M failed". Exits non-zero when a step failed.
 set -uo pipefail
-cd "$(dirname "$0")/.."
+cd "$(dirname "$0")/.." || exit 1
 root_dir="$PWD"
 
 arches=("$@")
