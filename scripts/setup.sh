@@ -4,6 +4,11 @@
 #   scripts/setup.sh          host build and tests
 #   scripts/setup.sh --arm    also the 32-bit ARM cross toolchain, qemu-user
 #                             and the armhf test libraries
+#   scripts/setup.sh --pkg    also what makes and checks the packages and the
+#                             API reference (scripts/pkg.sh): Doxygen, lintian,
+#                             dpkg's development tools; with --arm as well,
+#                             the armhf libraries of the armhf tools package
+# The flags combine: scripts/setup.sh --arm --pkg.
 set -euo pipefail
 
 packages=(cmake make g++ gcc pkg-config libgtest-dev libgmock-dev
@@ -13,15 +18,29 @@ packages=(cmake make g++ gcc pkg-config libgtest-dev libgmock-dev
 packages+=(libupnp-dev)
 # phone-sim's HTTP server (tools/phone-sim): a library the camera side does not use.
 packages+=(libcpp-httplib-dev)
-arm=0
-if [[ "${1:-}" == "--arm" ]]; then
-  arm=1
+arm=0 pkg=0
+for flag in "$@"; do
+  case "$flag" in
+    --arm) arm=1 ;;
+    --pkg) pkg=1 ;;
+    *) echo "usage: $0 [--arm] [--pkg]" >&2; exit 2 ;;
+  esac
+done
+if [[ $arm -eq 1 ]]; then
   packages+=(g++-arm-linux-gnueabihf qemu-user libgtest-dev:armhf libgmock-dev:armhf
              libjpeg62-turbo-dev:armhf libsqlite3-dev:armhf libstdc++6:armhf)
   # libupnp's -dev package cannot be installed for two architectures at once
   # (one generated header differs): the armhf build takes the build
   # machine's headers and these armhf runtime libraries.
   packages+=(libupnp13:armhf libixml10:armhf)
+fi
+if [[ $pkg -eq 1 ]]; then
+  # dpkg-dev: dpkg-shlibdeps and dpkg-architecture, which CPack and the
+  # package checks call; file: lintian's own helper.
+  packages+=(doxygen lintian dpkg-dev file gzip ccache)
+  if [[ $arm -eq 1 ]]; then
+    packages+=(libcpp-httplib-dev:armhf)
+  fi
 fi
 
 native="$(dpkg --print-architecture)"
