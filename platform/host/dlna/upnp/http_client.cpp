@@ -95,7 +95,7 @@ int dechunk(const std::string& data, size_t pos, std::string* body) {
 
 // 1 complete response in out, 0 incomplete, -1 not HTTP. atEof: the peer
 // closed, so a body without length ends here.
-int parseResponse(const std::string& data, bool atEof, HttpResult* out) {
+int parseResponse(const std::string& data, bool atEof, HttpResult* out, bool headRequest = false) {
     size_t headEnd = data.find("\r\n\r\n");
     if (headEnd == std::string::npos) return data.size() > 64 * 1024 ? -1 : 0;
     size_t lineEnd = data.find("\r\n");
@@ -120,7 +120,9 @@ int parseResponse(const std::string& data, bool atEof, HttpResult* out) {
     std::string body;
     const std::string* te = findHeader(headers, "Transfer-Encoding");
     const std::string* cl = findHeader(headers, "Content-Length");
-    if (te != nullptr && strcasestr(te->c_str(), "chunked") != nullptr) {
+    if (headRequest) {
+        // The answer to HEAD has headers only, whatever they announce.
+    } else if (te != nullptr && strcasestr(te->c_str(), "chunked") != nullptr) {
         int r = dechunk(data, bodyStart, &body);
         if (r <= 0) return r < 0 || atEof ? -1 : 0;
     } else if (cl != nullptr) {
@@ -302,12 +304,12 @@ HttpResult httpRequest(const std::string& method, const std::string& url,
         }
         HttpResult r;
         if (n == 0) {
-            if (parseResponse(data, true, &r) == 1) return r;
+            if (parseResponse(data, true, &r, method == "HEAD") == 1) return r;
             return failure(HttpResult::kBadResponse, data.empty() ? "connection closed without an answer"
                                                                   : "incomplete or invalid answer");
         }
         data.append(buf, static_cast<size_t>(n));
-        int p = parseResponse(data, false, &r);
+        int p = parseResponse(data, false, &r, method == "HEAD");
         if (p == 1) return r;
         if (p < 0) return failure(HttpResult::kBadResponse, "invalid answer");
     }

@@ -169,6 +169,7 @@ struct HttpStreamingServer::Impl {
     std::thread acceptThread;
     std::list<Client> clients;
     std::atomic<uint64_t> answers{0};
+    std::atomic<uint64_t> bytes{0};
 
     // Waits for events on fd; false on stop, timeout or error.
     bool waitFor(int fd, short events, int timeoutMs) {
@@ -311,6 +312,7 @@ struct HttpStreamingServer::Impl {
             if (!sendAll(fd, chunk.data(), static_cast<size_t>(n))) return;
             offset += static_cast<uint64_t>(n);
             left -= static_cast<uint64_t>(n);
+            bytes += static_cast<uint64_t>(n);
         }
     }
 
@@ -400,6 +402,7 @@ int HttpStreamingServer::start(int port, const std::vector<std::string>& roots) 
     m.listenPort = port;
     m.roots = real;
     m.answers = 0;
+    m.bytes = 0;
     m.isRunning = true;
     m.acceptThread = std::thread([&m] { m.acceptLoop(); });
     return 0;
@@ -430,6 +433,8 @@ int HttpStreamingServer::port() const {
 }
 
 uint64_t HttpStreamingServer::answered() const { return m_impl->answers; }
+
+uint64_t HttpStreamingServer::bytesSent() const { return m_impl->bytes; }
 
 }  // namespace upnp
 }  // namespace camwifi

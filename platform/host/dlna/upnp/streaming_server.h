@@ -61,6 +61,8 @@ public:
     int port() const;
     // Answers completed since start (any status).
     uint64_t answered() const;
+    // Body bytes written to clients since start.
+    uint64_t bytesSent() const;
 
     struct Impl;
 
