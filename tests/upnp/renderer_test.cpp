@@ -2,7 +2,11 @@
 // MediaRenderer on its own pupnp), each in a network namespace of its own
 // joined by a veth pair. Needs root and gmediarender; skips otherwise.
 #include <dirent.h>
+#include <arpa/inet.h>
 #include <fcntl.h>
+#include <netinet/in.h>
+#include <poll.h>
+#include <sys/socket.h>
 #include <gtest/gtest.h>
 #include <signal.h>
 #include <sys/stat.h>
@@ -62,9 +66,9 @@ public:
         }
     }
     ~NsProcess() { end(); }
-    void end() {
+    void end(int signal = SIGTERM) {
         if (m_pid <= 0) return;
-        kill(m_pid, SIGTERM);
+        kill(m_pid, signal);
         for (int i = 0; i < 50; ++i) {
             if (waitpid(m_pid, nullptr, WNOHANG) == m_pid) {
                 m_pid = -1;
@@ -305,15 +309,39 @@ TEST_F(RendererTest, RendererIsAddedOnceWithTheDetailsOfItsDescription) {
     EXPECT_EQ(d.manufacturer, "Ivo Clarysse, Henner Zeller");
 }
 
-TEST_F(RendererTest, RendererLeavingIsRemovedOnceAndQueuedRequestsStillAnswered) {
+TEST_F(RendererTest, RendererSayingByebyeIsRemovedOnceAndTerminateReturnsAtOnce) {
     startAndFindRenderer();
-    renderer->end();  // gmediarender says byebye as it ends
+    // gmediarender ends without a byebye of its own: the TV's side of the
+    // network sends the SSDP byebye its stack would send.
+    renderer->end();
+    {
+        EnterNetNamespace inTv(*tv);
+        ASSERT_TRUE(inTv.ok());
+        int fd = socket(AF_INET, SOCK_DGRAM, 0);
+        ASSERT_GE(fd, 0);
+        sockaddr_in to{};
+        to.sin_family = AF_INET;
+        to.sin_port = htons(1900);
+        to.sin_addr.s_addr = inet_addr("239.255.255.250");
+        for (const std::string& nt : {std::string(kTvUdn), std::string("urn:schemas-upnp-org:device:MediaRenderer:1")}) {
+            std::string usn = nt == kTvUdn ? nt : std::string(kTvUdn) + "::" + nt;
+            std::string msg = "NOTIFY * HTTP/1.1\r\nHOST: 239.255.255.250:1900\r\nNT: " + nt +
+                              "\r\nNTS: ssdp:byebye\r\nUSN: " + usn + "\r\n\r\n";
+            EXPECT_GT(sendto(fd, msg.data(), msg.size(), 0, reinterpret_cast<sockaddr*>(&to), sizeof to), 0);
+        }
+        close(fd);
+    }
     ASSERT_TRUE(seen.waitFor(10000, [&] {
         for (auto& e : seen.deviceEvents)
             if (e.first == "DMR_REMOVED") return true;
         return false;
     }));
     EXPECT_TRUE(cp.renderers().empty());
+    std::this_thread::sleep_for(std::chrono::milliseconds(300));
+    {
+        std::lock_guard<std::mutex> g(seen.lock);
+        EXPECT_EQ(seen.deviceEvents.size(), 2u);  // added once, removed once
+    }
     EXPECT_NE(send(request("Stop"), "StopAction"), 0);  // no such renderer any more
     auto t0 = std::chrono::steady_clock::now();
     cp.terminate();
@@ -364,16 +392,17 @@ TEST_F(RendererTest, VideoPlaysPausesResumesSeeksAndReportsItsPosition) {
     EXPECT_EQ(info.transportStatus.value_or(""), "OK");
 
     // The position advances (the 4-second clip plays in real time).
-    int first = -1, later = -1;
+    int first = -1, later = -1, duration = 0;
     for (int i = 0; i < 20 && later <= first; ++i) {
         ActionAnswer pos = sendAndWait(request("GetPositionInfo"));
         ASSERT_EQ(pos.error, 0) << pos.why;
         if (pos.relTimeMs && first < 0) first = *pos.relTimeMs;
         else if (pos.relTimeMs) later = *pos.relTimeMs;
-        if (pos.durationMs) EXPECT_GT(*pos.durationMs, 3000);
+        if (pos.durationMs && *pos.durationMs > duration) duration = *pos.durationMs;
         usleep(300 * 1000);
     }
     EXPECT_GT(later, first);
+    EXPECT_GT(duration, 3000);  // known once the renderer has read the file's header
 
     ASSERT_EQ(sendAndWait(request("Pause")).error, 0);
     EXPECT_TRUE(seen.waitFor(5000, [&] { return seen.sawState("PAUSED_PLAYBACK"); }));
@@ -420,12 +449,9 @@ TEST_F(RendererTest, ProtocolInfoListsTheSinkFormats) {
 
 TEST_F(RendererTest, RefusedActionFailsWith801AndTheUpnpErrorIsLogged) {
     startAndFindRenderer();
-    // A seek without media: the renderer answers a SOAP fault.
-    ActionRequest seek = request("Seek");
-    seek.seekTarget = "not a time";
-    seek.seekUnit = "REL_TIME";
+    // Play with no media set: the renderer answers a SOAP fault (HTTP 500).
     host::clearLog();
-    ActionAnswer a = sendAndWait(seek);
+    ActionAnswer a = sendAndWait(request("Play"));
     EXPECT_EQ(a.error, kActionFailed);
     EXPECT_GT(a.upnpError, 0) << a.why;
     bool logged = false;
@@ -433,4 +459,86 @@ TEST_F(RendererTest, RefusedActionFailsWith801AndTheUpnpErrorIsLogged) {
         if (!l.text.empty()) logged = true;
     }
     EXPECT_TRUE(logged);
+}
+
+// A renderer that accepts every connection, serves its description, and
+// never answers an action: the action fails (801) after the bounded action
+// time, and terminate does not wait for it.
+TEST_F(RendererTest, RendererThatNeverAnswersFailsWithinTheActionTimeout) {
+    const std::string fakeUdn = "uuid:5eb1c0de-0000-4000-8000-00000000dead";
+    int listener = -1, ssdp = -1;
+    {
+        EnterNetNamespace inTv(*tv);
+        ASSERT_TRUE(inTv.ok());
+        listener = socket(AF_INET, SOCK_STREAM, 0);
+        sockaddr_in a{};
+        a.sin_family = AF_INET;
+        a.sin_port = htons(49600);
+        a.sin_addr.s_addr = inet_addr("198.51.100.1");
+        ASSERT_EQ(bind(listener, reinterpret_cast<sockaddr*>(&a), sizeof a), 0);
+        ASSERT_EQ(listen(listener, 8), 0);
+        ssdp = socket(AF_INET, SOCK_DGRAM, 0);
+    }
+    const std::string description =
+        "<?xml version=\"1.0\"?><root xmlns=\"urn:schemas-upnp-org:device-1-0\"><device>"
+        "<deviceType>urn:schemas-upnp-org:device:MediaRenderer:1</deviceType><friendlyName>Silent TV</friendlyName>"
+        "<UDN>" + fakeUdn + "</UDN><serviceList><service>"
+        "<serviceType>urn:schemas-upnp-org:service:AVTransport:1</serviceType><controlURL>/ctl</controlURL>"
+        "</service></serviceList></device></root>";
+    std::atomic<bool> done{false};
+    std::vector<int> held;
+    std::thread fake([&] {
+        // Bounded: ends when the test says so, polling every 100 ms.
+        while (!done) {
+            pollfd p = {listener, POLLIN, 0};
+            if (poll(&p, 1, 100) <= 0) continue;
+            int fd = accept(listener, nullptr, nullptr);
+            if (fd < 0) continue;
+            char buf[4096];
+            ssize_t n = recv(fd, buf, sizeof buf, 0);
+            std::string req(buf, n > 0 ? static_cast<size_t>(n) : 0);
+            if (req.compare(0, 4, "GET ") == 0) {
+                std::string answer = "HTTP/1.1 200 OK\r\nContent-Type: text/xml\r\nContent-Length: " +
+                                     std::to_string(description.size()) + "\r\nConnection: close\r\n\r\n" + description;
+                (void)!::send(fd, answer.data(), answer.size(), MSG_NOSIGNAL);
+                close(fd);
+            } else {
+                held.push_back(fd);  // accepted, never answered
+            }
+        }
+        for (int fd : held) close(fd);
+    });
+    ASSERT_EQ(cp.init("cam0", seen.listener()), 0) << cp.why();
+    ASSERT_EQ(cp.start(), 0);
+    sockaddr_in to{};
+    to.sin_family = AF_INET;
+    to.sin_port = htons(1900);
+    to.sin_addr.s_addr = inet_addr("239.255.255.250");
+    std::string alive = "NOTIFY * HTTP/1.1\r\nHOST: 239.255.255.250:1900\r\nCACHE-CONTROL: max-age=1800\r\n"
+                        "LOCATION: http://198.51.100.1:49600/desc.xml\r\nNT: " + fakeUdn +
+                        "\r\nNTS: ssdp:alive\r\nSERVER: Linux/1.0 UPnP/1.0 fake/1.0\r\nUSN: " + fakeUdn + "\r\n\r\n";
+    bool found = false;
+    for (int i = 0; i < 20 && !found; ++i) {
+        sendto(ssdp, alive.data(), alive.size(), 0, reinterpret_cast<sockaddr*>(&to), sizeof to);
+        found = seen.waitFor(500, [&] { return !seen.deviceEvents.empty(); });
+    }
+    ASSERT_TRUE(found) << "the silent renderer was never added";
+    auto t0 = std::chrono::steady_clock::now();
+    ASSERT_EQ(cp.sendAction(fakeUdn, request("Stop"), std::string("StopAction")), 0);
+    ActionAnswer a;
+    ASSERT_TRUE(seen.answer("Stop", 1, kActionTimeoutMs + 5000, &a));
+    auto took = std::chrono::steady_clock::now() - t0;
+    EXPECT_EQ(a.error, kActionFailed);
+    EXPECT_EQ(a.context.value_or(""), "StopAction");
+    EXPECT_GE(took, std::chrono::milliseconds(kActionTimeoutMs - 500));
+    // A second request in flight when terminate comes is cut at once.
+    ASSERT_EQ(cp.sendAction(fakeUdn, request("Play"), std::string("image")), 0);
+    std::this_thread::sleep_for(std::chrono::milliseconds(200));
+    t0 = std::chrono::steady_clock::now();
+    cp.terminate();
+    EXPECT_LT(std::chrono::steady_clock::now() - t0, std::chrono::seconds(3));
+    done = true;
+    fake.join();
+    close(listener);
+    close(ssdp);
 }
