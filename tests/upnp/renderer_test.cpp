@@ -26,6 +26,11 @@ using namespace camwifi::upnp;
 using testsupport::EnterNetNamespace;
 using testsupport::NetNamespace;
 
+// pupnp 1.8.4 keeps a few strings of each client subscription past
+// UpnpUnRegisterClient / UpnpFinish (a few hundred bytes a run, inside
+// libupnp): not this stack's memory, so LeakSanitizer leaves it out.
+extern "C" const char* __lsan_default_suppressions() { return "leak:libupnp.so\n"; }
+
 namespace {
 
 const char* const kTvUdn = "uuid:5eb1c0de-0000-4000-8000-000000000001";
@@ -66,6 +71,8 @@ public:
         }
     }
     ~NsProcess() { end(); }
+    // False once the process has ended (crashed or exited).
+    bool alive() { return m_pid > 0 && waitpid(m_pid, nullptr, WNOHANG) == 0; }
     void end(int signal = SIGTERM) {
         if (m_pid <= 0) return;
         kill(m_pid, signal);
@@ -262,6 +269,7 @@ protected:
 };
 
 std::string RendererTest::s_skip;
+
 testsupport::TempDir* RendererTest::s_media = nullptr;
 
 }  // namespace
@@ -368,7 +376,7 @@ TEST_F(RendererTest, PhotoIsShownFetchedInFullFromTheStreamingServer) {
     ActionRequest play = request("Play");
     play.speed = 1;
     a = sendAndWait(play);
-    EXPECT_EQ(a.error, 0) << a.why;
+    EXPECT_EQ(a.error, 0) << a.why << (renderer->alive() ? "" : " (gmediarender has ended)");
     // The renderer reports PLAYING through its events and fetched the whole file.
     EXPECT_TRUE(seen.waitFor(10000, [&] { return seen.sawState("PLAYING"); }));
     for (int i = 0; i < 100 && server.bytesSent() < static_cast<uint64_t>(st.st_size); ++i) usleep(50 * 1000);
@@ -382,8 +390,8 @@ TEST_F(RendererTest, VideoPlaysPausesResumesSeeksAndReportsItsPosition) {
     ActionRequest set = request("SetAVTransportURI");
     set.uri = uriOf("clip.mp4");
     ASSERT_EQ(sendAndWait(set).error, 0);
-    ActionRequest play = request("Play");
-    ASSERT_EQ(sendAndWait(play).error, 0);
+    ActionAnswer played = sendAndWait(request("Play"));
+    ASSERT_EQ(played.error, 0) << played.why << (renderer->alive() ? "" : " (gmediarender has ended)");
     ASSERT_TRUE(seen.waitFor(10000, [&] { return seen.sawState("PLAYING"); }));
 
     ActionAnswer info = sendAndWait(request("GetTransportInfo"));
