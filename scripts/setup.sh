@@ -4,6 +4,9 @@
 #   scripts/setup.sh          host build and tests
 #   scripts/setup.sh --arm    also the 32-bit ARM cross toolchain, qemu-user
 #                             and the armhf test libraries
+#   scripts/setup.sh --upnp   also the real renderers and media tools of the
+#                             libupnp stack's tests (gmediarender, Rygel,
+#                             GStreamer plugins: a few hundred MB)
 set -euo pipefail
 
 packages=(cmake make g++ gcc pkg-config libgtest-dev libgmock-dev
@@ -13,8 +16,14 @@ packages=(cmake make g++ gcc pkg-config libgtest-dev libgmock-dev
 packages+=(libupnp-dev)
 # phone-sim's HTTP server (tools/phone-sim): a library the camera side does not use.
 packages+=(libcpp-httplib-dev)
+# The real DLNA stack is built on libupnp (small; always needed to build).
+packages+=(libupnp-dev)
+if [[ " $* " == *" --upnp "* ]]; then
+  packages+=(gmediarender rygel rygel-playbin gstreamer1.0-tools gstreamer1.0-plugins-base
+             gstreamer1.0-plugins-good gstreamer1.0-plugins-ugly gstreamer1.0-libav)
+fi
 arm=0
-if [[ "${1:-}" == "--arm" ]]; then
+if [[ " $* " == *" --arm "* ]]; then
   arm=1
   packages+=(g++-arm-linux-gnueabihf qemu-user libgtest-dev:armhf libgmock-dev:armhf
              libjpeg62-turbo-dev:armhf libsqlite3-dev:armhf libstdc++6:armhf)
