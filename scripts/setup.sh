@@ -12,11 +12,10 @@ set -euo pipefail
 packages=(cmake make g++ gcc pkg-config libgtest-dev libgmock-dev
           libjpeg62-turbo-dev libsqlite3-dev iproute2 curl python3 binutils
           clang libclang-rt-14-dev)
-# The host DLNA stack reads XML with libupnp's parser (ixml).
-packages+=(libupnp-dev)
 # phone-sim's HTTP server (tools/phone-sim): a library the camera side does not use.
 packages+=(libcpp-httplib-dev)
-# The real DLNA stack is built on libupnp (small; always needed to build).
+# The real DLNA stack is built on libupnp (small; always needed to build);
+# the configuration file stand-in reads its XML with libupnp's parser (ixml).
 packages+=(libupnp-dev)
 if [[ " $* " == *" --upnp "* ]]; then
   packages+=(gmediarender rygel rygel-playbin gstreamer1.0-tools gstreamer1.0-plugins-base
