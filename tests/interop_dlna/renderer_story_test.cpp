@@ -288,6 +288,12 @@ TEST_F(DlnaRealStack, RendererIsListedChosenShowsAPhotoAndPlaysAVideoToItsEnd) {
     EXPECT_GE(host::upnpstack::streamingBytesSent(), static_cast<uint64_t>(st.st_size))
         << "the renderer did not fetch the whole photo";
 
+    // gmediarender shows a photo for a moment and stops by itself; a new
+    // URI sent before it has stopped is dropped when the stop lands (it
+    // clears its URI). A UI waits for the TV to have stopped, as here.
+    for (int i = 0; i < 100 && DlnaMrcpGetRendererState(kTvUdn) != 0; ++i) usleep(50 * 1000);
+    EXPECT_EQ(DlnaMrcpGetRendererState(kTvUdn), 0) << "the renderer did not stop after the photo";
+
     // A video: PLAY_STARTED, then PLAY_COMPLETE at its end (4 seconds).
     std::string clip = card.dcim() + "/SAM_0003.MP4";
     ASSERT_EQ(DlnaMrcpPlayFile(clip.c_str()), 1);
