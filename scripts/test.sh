@@ -15,7 +15,8 @@ case "$flavour" in
   *) echo "usage: $0 [plain|asan|tsan]" >&2; exit 2 ;;
 esac
 
-scripts/setup.sh
+# --upnp: the real renderers the DLNA stack's integration tests play to.
+scripts/setup.sh --upnp
 # CAMWIFI_JOBS / CAMWIFI_TEST_JOBS: build and ctest parallelism (default nproc),
 # lowered by .ci/run when several suites share the machine.
 # The tests mostly wait on sockets and timers, so by default four run per core.

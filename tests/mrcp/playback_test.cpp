@@ -45,7 +45,11 @@ TEST_F(MrcpPlayback, PlayFileSendsSetAVTransportURIWithTheFilesUrlAndDescription
     EXPECT_TRUE(wellFormedXml(md)) << md;
     EXPECT_NE(md.find("<dc:title>MOV00003.MP4</dc:title>"), std::string::npos) << md;
     EXPECT_NE(md.find("<upnp:class>object.item.videoItem</upnp:class>"), std::string::npos) << md;
-    EXPECT_NE(md.find("protocolInfo=\"http-get:*:video/mp4:DLNA.ORG_OP=01\""), std::string::npos) << md;
+    // A 320x240 AVC clip: the standard-definition AVC MP4 profile, byte seeking, streaming transfer.
+    EXPECT_NE(md.find("protocolInfo=\"http-get:*:video/mp4:DLNA.ORG_PN=AVC_MP4_MP_SD_AAC_MULT5;DLNA.ORG_OP=01;"
+                      "DLNA.ORG_FLAGS=01700000000000000000000000000000\""),
+              std::string::npos)
+        << md;
     EXPECT_NE(md.find("duration=\"0:00:05.000\""), std::string::npos) << md;
     EXPECT_NE(md.find(">" + uri + "</res>"), std::string::npos) << md;
     EXPECT_NE(md.find("<item id=\"3$"), std::string::npos) << md;
@@ -69,6 +73,10 @@ TEST_F(MrcpPlayback, MetadataOfAPhotoWithMarkupInItsNameIsEscaped) {
     EXPECT_NE(md.find("<dc:title>Tom &amp; Jerry &lt;1&gt;.jpg</dc:title>"), std::string::npos) << md;
     EXPECT_NE(md.find("object.item.imageItem.photo"), std::string::npos) << md;
     EXPECT_NE(md.find("resolution=\"800x600\""), std::string::npos) << md;
+    // 800x600 is a medium JPEG; interactive transfer.
+    EXPECT_NE(md.find("protocolInfo=\"http-get:*:image/jpeg:DLNA.ORG_PN=JPEG_MED;DLNA.ORG_OP=01;DLNA.ORG_FLAGS="),
+              std::string::npos)
+        << md;
     EXPECT_TRUE(testsupport::logged("[MRCP] Mrcp_SetAvtransportUrl(), Resolution : 800x600", "DLNA"));
 }
 

@@ -2,6 +2,8 @@
 
 #include <fcntl.h>
 #include <sched.h>
+#include <signal.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <atomic>
@@ -78,6 +80,41 @@ EnterNetNamespace::~EnterNetNamespace() {
         if (m_ok) setns(m_oldFd, CLONE_NEWNET);
         close(m_oldFd);
     }
+}
+
+NsProcess::NsProcess(const NetNamespace& ns, const std::vector<std::string>& argv) {
+    std::vector<std::string> all = {"ip", "netns", "exec", ns.name()};
+    all.insert(all.end(), argv.begin(), argv.end());
+    std::vector<char*> args;
+    for (auto& a : all) args.push_back(const_cast<char*>(a.c_str()));
+    args.push_back(nullptr);
+    m_pid = fork();
+    if (m_pid == 0) {
+        int null = open("/dev/null", O_WRONLY);
+        dup2(null, 1);
+        dup2(null, 2);
+        execvp(args[0], args.data());
+        _exit(127);
+    }
+}
+
+NsProcess::~NsProcess() { end(); }
+
+bool NsProcess::alive() { return m_pid > 0 && waitpid(m_pid, nullptr, WNOHANG) == 0; }
+
+void NsProcess::end() {
+    if (m_pid <= 0) return;
+    kill(m_pid, SIGTERM);
+    for (int i = 0; i < 50; ++i) {
+        if (waitpid(m_pid, nullptr, WNOHANG) == m_pid) {
+            m_pid = -1;
+            return;
+        }
+        usleep(100 * 1000);
+    }
+    kill(m_pid, SIGKILL);
+    waitpid(m_pid, nullptr, 0);
+    m_pid = -1;
 }
 
 }  // namespace testsupport

@@ -5,6 +5,7 @@
 #define CAMWIFI_TEST_NETNS_H
 
 #include <string>
+#include <vector>
 
 namespace testsupport {
 
@@ -44,6 +45,20 @@ public:
 private:
     int m_oldFd = -1;
     bool m_ok = false;
+};
+
+// A command started inside a namespace (its output discarded), ended with
+// SIGTERM (then SIGKILL after 5 seconds) on destruction.
+class NsProcess {
+public:
+    NsProcess(const NetNamespace& ns, const std::vector<std::string>& argv);
+    ~NsProcess();
+    // False once the process has ended (crashed or exited).
+    bool alive();
+    void end();
+
+private:
+    int m_pid = -1;
 };
 
 }  // namespace testsupport

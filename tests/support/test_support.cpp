@@ -5,6 +5,16 @@
 #include <filesystem>
 #include <stdexcept>
 
+namespace {
+
+// The unit tests drive the scripted DLNA stack. ctest sets
+// CAMWIFI_DLNA_STACK for every test; this covers a test binary run by hand,
+// which would otherwise get the real stack (the default). A suite of the
+// real stack sets the variable itself.
+const bool kScriptedStackByDefault = (setenv("CAMWIFI_DLNA_STACK", "scripted", 0), true);
+
+}  // namespace
+
 namespace testsupport {
 
 std::string messageOf(const host::LogLine& line) {

@@ -18,33 +18,18 @@
 #include <vector>
 
 #include "host_timer.h"
+#include "zeb_objects.h"
 
 namespace host {
 namespace mrcp {
 
 // --- Renderers on the network ------------------------------------------------------
-struct Renderer {
-    std::string name;  // friendlyName
-    std::string udn;
-    std::string ip = "127.0.0.2";
-    std::string manufacturer = "Host TV Works";
-    std::string modelName = "HostTV";
-    std::string modelNumber = "1";
-};
+// (Renderer, SentRequest, Response and StatusNotification: zeb_objects.h.)
 // What ZEBMRCPGetDeviceList and ZEBMRCPGetDeviceDetails report from now on
 // (initially none: the device list is then null).
 void setRenderers(const std::vector<Renderer>& renderers);
 
 // --- Requests the library sent -----------------------------------------------------
-struct SentRequest {
-    std::string function;  // sending call, e.g. "ZEBMRCPAVPlay"
-    int profile = 0;
-    std::string udn;       // renderer it was sent to
-    std::optional<std::string> context;
-    std::optional<std::string> action, instance, uri, metadata, seekUnit, seekTarget, channel;
-    std::optional<int> speed, volume;
-    int64_t sentAtMs = 0;  // steady clock
-};
 // Every request sent since the last reset, in order; with action given only
 // those of that action.
 std::vector<SentRequest> sentRequests(const std::string& action = "");
@@ -53,28 +38,9 @@ std::vector<SentRequest> sentRequests(const std::string& action = "");
 bool waitForRequests(const std::string& action, size_t count, int timeoutMs);
 
 // --- Answers and notifications -----------------------------------------------------
-// An answer to one request, as the command-response callback receives it.
-struct Response {
-    std::string action;                  // action name handed to the callback
-    int error = 0;                       // 0, or 801 (the action failed)
-    std::optional<std::string> context;  // context text of the request
-    std::optional<std::string> transportState;   // GetTransportInfo: "PLAYING", "STOPPED",
-                                                 // "PAUSED_PLAYBACK", "TRANSITIONING", ...
-    std::optional<std::string> transportStatus;  // "OK" or "ERROR_OCCURRED"
-    std::optional<int> durationMs, relTimeMs;    // GetPositionInfo
-    std::optional<int> volume;                   // GetVolume
-    std::optional<std::string> sinkProtocolInfo; // GetProtocolInfo
-};
 // The answer to request r: its action and context, no error.
 Response answerTo(const SentRequest& r);
 
-// Evented variables of a renderer.
-struct StatusNotification {
-    int error = 0;
-    std::string udn;
-    std::string serviceType = "urn:schemas-upnp-org:service:AVTransport:1";
-    std::vector<std::pair<std::string, std::string>> variables;  // name, value
-};
 // The LastChange text of an AVTransport event carrying the given variables
 // (e.g. {{"TransportState", "PLAYING"}}), attribute values escaped.
 std::string lastChange(const std::vector<std::pair<std::string, std::string>>& variables);

@@ -15,6 +15,7 @@
 
 #include "host_internal.h"
 #include "host_media.h"
+#include "scripted_stack.h"
 #include "zeb_media_internal.h"
 #include "zeb_stack.h"
 
@@ -174,7 +175,10 @@ bool globalEventLockReleased() {
 }  // namespace media
 }  // namespace host
 
-extern "C" ZEB_ERROR_CODE ZEBInitializeZEB(const char* configFile) {
+namespace host {
+namespace scripted {
+
+ZEB_ERROR_CODE initializeZEB(const char* configFile) {
     host::journal("ZEBInitializeZEB(%s)", orNull(configFile));
     long long scripted;
     if (host::takeScriptedResult("ZEBInitializeZEB", &scripted)) return static_cast<ZEB_ERROR_CODE>(scripted);
@@ -191,7 +195,7 @@ extern "C" ZEB_ERROR_CODE ZEBInitializeZEB(const char* configFile) {
     return 0;
 }
 
-extern "C" ZEB_ERROR_CODE ZEBTerminateZEB(void) {
+ZEB_ERROR_CODE terminateZEB() {
     ZEB_ERROR_CODE r = stopWorker("ZEBTerminateZEB", dms().timer);
     DmsState& s = dms();
     std::lock_guard<std::mutex> g(s.lock);
@@ -199,9 +203,7 @@ extern "C" ZEB_ERROR_CODE ZEBTerminateZEB(void) {
     return r;
 }
 
-extern "C" ZEB_ERROR_CODE ZEBStopTimerThreadZEB(void) { return stopWorker("ZEBStopTimerThreadZEB", dms().timer); }
-
-extern "C" ZEB_ERROR_CODE ZEBHTTPInitialize(void) {
+ZEB_ERROR_CODE httpInitialize() {
     host::journal("ZEBHTTPInitialize()");
     long long scripted;
     if (host::takeScriptedResult("ZEBHTTPInitialize", &scripted)) return static_cast<ZEB_ERROR_CODE>(scripted);
@@ -210,11 +212,16 @@ extern "C" ZEB_ERROR_CODE ZEBHTTPInitialize(void) {
     return 0;
 }
 
-extern "C" ZEB_ERROR_CODE ZEBHTTPTerminate(void) {
+ZEB_ERROR_CODE httpTerminate() {
     ZEB_ERROR_CODE r = stopWorker("ZEBHTTPTerminate", dms().httpAsync);
     setFlag(&DmsState::httpInitialised, false);
     return r;
 }
+
+}  // namespace scripted
+}  // namespace host
+
+extern "C" ZEB_ERROR_CODE ZEBStopTimerThreadZEB(void) { return stopWorker("ZEBStopTimerThreadZEB", dms().timer); }
 
 extern "C" ZEB_ERROR_CODE ZEBHTTPStopAsyncThread(void) {
     return stopWorker("ZEBHTTPStopAsyncThread", dms().httpAsync);

@@ -1,7 +1,7 @@
-// Host stand-in of the DLNA stack's renderer control point: the profile and
-// its four callbacks, request / response / notification objects, the device
-// list, the configuration check, the HTTP streaming server, the item list
-// and the media-server object requests with their DIDL-Lite metadata.
+// The scripted implementation of the DLNA stack's renderer control point:
+// the profile and its four callbacks, the device list, sending, the HTTP
+// streaming server (common/zeb_objects_host.cpp holds the objects they
+// carry).
 //
 // Requests are real objects: every field the library sets is kept, and a
 // send records a copy a test can read (host_mrcp.h). Answers and
@@ -27,7 +27,10 @@
 
 #include "host_internal.h"
 #include "host_mrcp.h"
+#include "scripted_stack.h"
 #include "zeb_media_internal.h"
+#include "zeb_network_stack.h"
+#include "zeb_objects.h"
 #include "zeb_stack.h"
 
 using host::mrcp::Renderer;
@@ -35,56 +38,10 @@ using host::mrcp::Response;
 using host::mrcp::SentRequest;
 using host::mrcp::StatusNotification;
 
-// One object of the stack: a request, a response, a notification or a
-// media-server object; which fields count depends on what made it.
-struct stZEBAppList {
-    // Request fields (function, profile, udn and context are set at send).
-    SentRequest request;
-    // Response / notification fields.
-    Response response;
-    int stackEvent = 0;
-    std::vector<Renderer> devices;
-    std::string name, udn;  // renderer added / removed
-    int exceptionType = 0;
-    std::string exceptionValue;
-    StatusNotification status;
-    // Media-server object fields.
-    std::optional<std::string> objectId, parentId, title, date, objectType;
-    std::vector<std::vector<std::optional<std::string>>> resources;  // in stZEBMSCPResource order
-    int numResources = 0;
-};
-
-struct ZEBList_s {
-    std::vector<void*> items;
-};
-
 namespace {
 
-std::atomic<int> gLiveObjects{0};
-
-stZEBAppList* newObject() {
-    ++gLiveObjects;
-    return new stZEBAppList;
-}
-
-// A new request or object in *out (null on failure); scripted failures count.
-ZEB_ERROR_CODE allocObject(const char* fn, stZEBAppList** out) {
-    host::journal("%s()", fn);
-    if (out == nullptr) return 1;
-    *out = nullptr;
-    long long scripted;
-    if (host::takeScriptedResult(fn, &scripted)) return static_cast<ZEB_ERROR_CODE>(scripted);
-    *out = newObject();
-    return 0;
-}
-
-ZEB_ERROR_CODE releaseObject(const char* fn, stZEBAppList* object) {
-    host::journal("%s()", fn);
-    if (object == nullptr) return 1;
-    delete object;
-    --gLiveObjects;
-    return 0;
-}
+using host::zeb::newObject;
+using host::zeb::releaseObject;
 
 struct QueuedCall {
     std::function<void()> run;   // calls the callback (which releases the object)
@@ -217,51 +174,6 @@ void runDuring(const char* fn) {
     during();
 }
 
-// --- Reading fields -----------------------------------------------------------------
-// Each getter: journalled, a scripted failure when queued, else the field.
-bool scriptedFailure(const char* fn) { return host::scriptedOr(fn, 0) != 0; }
-
-// field points into the object (null: absent), so the text lives as long as it.
-ZEB_ERROR_CODE getText(const char* fn, stZEBAppList* object, const char** out, const std::string* field) {
-    host::journal("%s()", fn);
-    if (object == nullptr || out == nullptr || scriptedFailure(fn) || field == nullptr) return 1;
-    *out = field->c_str();
-    return 0;
-}
-
-const std::string* present(const std::optional<std::string>& field) { return field ? &*field : nullptr; }
-
-ZEB_ERROR_CODE getInt(const char* fn, stZEBAppList* object, int* out, const std::optional<int>& field) {
-    host::journal("%s()", fn);
-    if (object == nullptr || out == nullptr || scriptedFailure(fn) || !field) return 1;
-    *out = *field;
-    return 0;
-}
-
-// --- Setting fields -------------------------------------------------------------------
-template <typename T>
-ZEB_ERROR_CODE setField(const char* fn, stZEBAppList* object, std::optional<T> SentRequest::*field, T value) {
-    if (object == nullptr) return 1;
-    long long scripted;
-    if (host::takeScriptedResult(fn, &scripted)) return static_cast<ZEB_ERROR_CODE>(scripted);
-    object->request.*field = value;
-    return 0;
-}
-
-ZEB_ERROR_CODE setText(const char* fn, stZEBAppList* object, std::optional<std::string> SentRequest::*field,
-                       const char* value) {
-    host::journal("%s(%s)", fn, orNull(value));
-    if (value == nullptr) return 1;
-    return setField(fn, object, field, std::string(value));
-}
-
-ZEB_ERROR_CODE setObjectText(const char* fn, stZEBAppList* object, std::optional<std::string> stZEBAppList::*field,
-                             const char* value) {
-    host::journal("%s(%s)", fn, orNull(value));
-    if (object == nullptr || value == nullptr) return 1;
-    object->*field = std::string(value);
-    return 0;
-}
 
 // --- Sending -------------------------------------------------------------------------
 ZEB_ERROR_CODE send(const char* fn, int profile, const char* udn, stZEBAppList* request, const char* context) {
@@ -284,51 +196,6 @@ ZEB_ERROR_CODE send(const char* fn, int profile, const char* udn, stZEBAppList* 
     }
     runDuring(fn);
     return 0;
-}
-
-// --- DIDL-Lite --------------------------------------------------------------------------
-std::string escapeXml(const std::string& text) {
-    std::string out;
-    for (char c : text) {
-        switch (c) {
-            case '&': out += "&amp;"; break;
-            case '<': out += "&lt;"; break;
-            case '>': out += "&gt;"; break;
-            case '"': out += "&quot;"; break;
-            case '\'': out += "&apos;"; break;
-            default: out += c;
-        }
-    }
-    return out;
-}
-
-std::string didlLite(const stZEBAppList& o) {
-    bool video = *o.objectType == "VIDEO";
-    std::string xml =
-        "<DIDL-Lite xmlns=\"urn:schemas-upnp-org:metadata-1-0/DIDL-Lite/\""
-        " xmlns:dc=\"http://purl.org/dc/elements/1.1/\""
-        " xmlns:upnp=\"urn:schemas-upnp-org:metadata-1-0/upnp/\""
-        " xmlns:dlna=\"urn:schemas-dlna-org:metadata-1-0/\">";
-    xml += "<item id=\"" + escapeXml(*o.objectId) + "\" parentID=\"" + escapeXml(o.parentId.value_or("-1")) +
-           "\" restricted=\"1\">";
-    xml += "<dc:title>" + escapeXml(*o.title) + "</dc:title>";
-    if (o.date) xml += "<dc:date>" + escapeXml(*o.date) + "</dc:date>";
-    xml += std::string("<upnp:class>") + (video ? "object.item.videoItem" : "object.item.imageItem.photo") +
-           "</upnp:class>";
-    int count = o.numResources > 0 ? std::min<int>(o.numResources, static_cast<int>(o.resources.size()))
-                                   : static_cast<int>(o.resources.size());
-    for (int i = 0; i < count; ++i) {
-        const auto& r = o.resources[static_cast<size_t>(i)];
-        // pURI, pProtocol, pMimeType, pDuration, pSize, pResolution, pAdditionalInfo
-        std::string protocolInfo = r[1].value_or("http-get") + ":*:" + r[2].value_or("*") + ":" + r[6].value_or("*");
-        xml += "<res protocolInfo=\"" + escapeXml(protocolInfo) + "\"";
-        if (r[4]) xml += " size=\"" + escapeXml(*r[4]) + "\"";
-        if (r[3]) xml += " duration=\"" + escapeXml(*r[3]) + "\"";
-        if (r[5]) xml += " resolution=\"" + escapeXml(*r[5]) + "\"";
-        xml += ">" + escapeXml(r[0].value_or("")) + "</res>";
-    }
-    xml += "</item></DIDL-Lite>";
-    return xml;
 }
 
 }  // namespace
@@ -372,7 +239,7 @@ Response answerTo(const SentRequest& r) {
 
 std::string lastChange(const std::vector<std::pair<std::string, std::string>>& variables) {
     std::string xml = "<Event xmlns=\"urn:schemas-upnp-org:metadata-1-0/AVT/\"><InstanceID val=\"0\">";
-    for (auto& v : variables) xml += "<" + v.first + " val=\"" + escapeXml(v.second) + "\"/>";
+    for (auto& v : variables) xml += "<" + v.first + " val=\"" + host::zeb::escapeXml(v.second) + "\"/>";
     return xml + "</InstanceID></Event>";
 }
 
@@ -415,7 +282,7 @@ bool waitIdle(int timeoutMs) {
     return s.changed.wait_for(l, std::chrono::milliseconds(timeoutMs), [&] { return s.queue.empty() && !s.busy; });
 }
 
-int liveObjects() { return gLiveObjects.load(); }
+int liveObjects() { return host::zeb::liveObjects(); }
 
 void duringNextCall(const std::string& fn, std::function<void()> during) {
     MrcpState& s = mrcpState();
@@ -462,34 +329,12 @@ int streamingServerPort() {
 }  // namespace mrcp
 }  // namespace host
 
-// ==== Configuration check =================================================================
-extern "C" int ZEBCheckFileState(const char* directory, const stZEBConfigFile* files, int count) {
-    host::journal("ZEBCheckFileState(%s, %d)", orNull(directory), count);
-    long long scripted;
-    if (host::takeScriptedResult("ZEBCheckFileState", &scripted)) return static_cast<int>(scripted);
-    if (directory == nullptr || files == nullptr || count <= 0) return 0;
-    std::string dir = directory;
-    if (!host::media::makeParentDirectories(dir + "/x")) return 0;
-    for (int i = 0; i < count; ++i) {
-        const stZEBConfigFile& f = files[i];
-        if (f.pFileName == nullptr || f.pContent == nullptr) return 0;
-        std::string path = dir + "/" + f.pFileName;
-        struct stat st;
-        if (stat(path.c_str(), &st) == 0) continue;
-        // The length field may exceed the text: never read past its end.
-        size_t length = strnlen(f.pContent, f.uiLength);
-        std::ofstream out(path, std::ios::binary | std::ios::trunc);
-        out.write(f.pContent, static_cast<std::streamsize>(length));
-        if (!out) return 0;
-    }
-    return 1;
-}
+namespace {
 
 // ==== Profile ==============================================================================
-extern "C" ZEB_ERROR_CODE ZEBMRCPInitialize(ZEBMRCPExceptionCallback exception, ZEBMRCPDeviceInfoCallback deviceInfo,
-                                            ZEBMRCPDeviceStatusCallback deviceStatus,
-                                            ZEBMRCPCommandResponseCallback commandResponse, int* profileId,
-                                            const char* directory) {
+ZEB_ERROR_CODE mrcpInitialize(ZEBMRCPExceptionCallback exception, ZEBMRCPDeviceInfoCallback deviceInfo,
+                              ZEBMRCPDeviceStatusCallback deviceStatus, ZEBMRCPCommandResponseCallback commandResponse,
+                              int* profileId, const char* directory) {
     host::journal("ZEBMRCPInitialize(%s)", orNull(directory));
     long long scripted;
     if (host::takeScriptedResult("ZEBMRCPInitialize", &scripted)) return static_cast<ZEB_ERROR_CODE>(scripted);
@@ -511,7 +356,7 @@ extern "C" ZEB_ERROR_CODE ZEBMRCPInitialize(ZEBMRCPExceptionCallback exception, 
     return 0;
 }
 
-extern "C" ZEB_ERROR_CODE ZEBMRCPStart(int profileId) {
+ZEB_ERROR_CODE mrcpStart(int profileId) {
     host::journal("ZEBMRCPStart(%d)", profileId);
     long long scripted;
     if (host::takeScriptedResult("ZEBMRCPStart", &scripted)) return static_cast<ZEB_ERROR_CODE>(scripted);
@@ -525,7 +370,7 @@ extern "C" ZEB_ERROR_CODE ZEBMRCPStart(int profileId) {
     return 0;
 }
 
-extern "C" ZEB_ERROR_CODE ZEBMRCPStop(int profileId) {
+ZEB_ERROR_CODE mrcpStop(int profileId) {
     host::journal("ZEBMRCPStop(%d)", profileId);
     {
         MrcpState& s = mrcpState();
@@ -536,7 +381,7 @@ extern "C" ZEB_ERROR_CODE ZEBMRCPStop(int profileId) {
     return result("ZEBMRCPStop");
 }
 
-extern "C" ZEB_ERROR_CODE ZEBMRCPTerminate(int profileId) {
+ZEB_ERROR_CODE mrcpTerminate(int profileId) {
     host::journal("ZEBMRCPTerminate(%d)", profileId);
     stopEvents();
     MrcpState& s = mrcpState();
@@ -549,7 +394,7 @@ extern "C" ZEB_ERROR_CODE ZEBMRCPTerminate(int profileId) {
     return result("ZEBMRCPTerminate");
 }
 
-extern "C" ZEB_ERROR_CODE ZEBMRCPGetDeviceList(int profileId, stZEBAppList** response) {
+ZEB_ERROR_CODE getDeviceList(int profileId, stZEBAppList** response) {
     host::journal("ZEBMRCPGetDeviceList(%d)", profileId);
     if (response == nullptr) return 1;
     *response = nullptr;
@@ -571,7 +416,7 @@ extern "C" ZEB_ERROR_CODE ZEBMRCPGetDeviceList(int profileId, stZEBAppList** res
     return 0;
 }
 
-extern "C" ZEB_ERROR_CODE ZEBMRCPSubscribeDevice(int profileId, const char* udn) {
+ZEB_ERROR_CODE subscribeDevice(int profileId, const char* udn) {
     host::journal("ZEBMRCPSubscribeDevice(%d, %s)", profileId, orNull(udn));
     long long scripted;
     if (host::takeScriptedResult("ZEBMRCPSubscribeDevice", &scripted)) return static_cast<ZEB_ERROR_CODE>(scripted);
@@ -585,6 +430,47 @@ extern "C" ZEB_ERROR_CODE ZEBMRCPSubscribeDevice(int profileId, const char* udn)
     return 0;
 }
 
+
+ZEB_ERROR_CODE getDeviceDetails(int profileId, const char* udn, stZEBMRCPDeviceDetails* details) {
+    host::journal("ZEBMRCPGetDeviceDetails(%d, %s)", profileId, orNull(udn));
+    long long scripted;
+    if (host::takeScriptedResult("ZEBMRCPGetDeviceDetails", &scripted)) return static_cast<ZEB_ERROR_CODE>(scripted);
+    if (udn == nullptr || details == nullptr) return 1;
+    MrcpState& s = mrcpState();
+    std::lock_guard<std::mutex> g(s.lock);
+    for (const Renderer& r : s.renderers) {
+        if (r.udn != udn) continue;
+        host::zeb::fillDeviceDetails(r, details);
+        return 0;
+    }
+    return 1;
+}
+
+
+// ==== HTTP streaming server ======================================================================
+int streamingInitialize(int profileId, int port) {
+    host::journal("HTTPStreamingServerInitialize(%d, %d)", profileId, port);
+    long long scripted;
+    if (host::takeScriptedResult("HTTPStreamingServerInitialize", &scripted)) return static_cast<int>(scripted);
+    if (port <= 0 || port > 65535) return 0;
+    MrcpState& s = mrcpState();
+    std::lock_guard<std::mutex> g(s.lock);
+    s.streaming = true;
+    s.streamingPort = port;
+    return 1;
+}
+
+void streamingTerminate() {
+    host::journal("HTTPStreamingServerTerminate()");
+    MrcpState& s = mrcpState();
+    std::lock_guard<std::mutex> g(s.lock);
+    s.streaming = false;
+}
+
+}  // namespace
+
+// Remembering a renderer's protocols is the stack's own bookkeeping, not
+// network: the same in both stacks, kept where the tests read it.
 extern "C" ZEB_ERROR_CODE ZEBMRCPstoreRendererProtocolInfo(const char* udn, const char* protocolInfo) {
     host::journal("ZEBMRCPstoreRendererProtocolInfo(%s, %s)", orNull(udn), orNull(protocolInfo));
     long long scripted;
@@ -597,329 +483,18 @@ extern "C" ZEB_ERROR_CODE ZEBMRCPstoreRendererProtocolInfo(const char* udn, cons
     return 0;
 }
 
-extern "C" ZEB_ERROR_CODE ZEBMRCPGetDeviceDetails(int profileId, const char* udn, stZEBMRCPDeviceDetails* details) {
-    host::journal("ZEBMRCPGetDeviceDetails(%d, %s)", profileId, orNull(udn));
-    long long scripted;
-    if (host::takeScriptedResult("ZEBMRCPGetDeviceDetails", &scripted)) return static_cast<ZEB_ERROR_CODE>(scripted);
-    if (udn == nullptr || details == nullptr) return 1;
-    MrcpState& s = mrcpState();
-    std::lock_guard<std::mutex> g(s.lock);
-    for (const Renderer& r : s.renderers) {
-        if (r.udn != udn) continue;
-        memset(details, 0, sizeof *details);
-        snprintf(details->szIPAddress, sizeof details->szIPAddress, "%s", r.ip.c_str());
-        snprintf(details->szFriendlyName, sizeof details->szFriendlyName, "%s", r.name.c_str());
-        snprintf(details->szUDN, sizeof details->szUDN, "%s", r.udn.c_str());
-        snprintf(details->szManufacturer, sizeof details->szManufacturer, "%s", r.manufacturer.c_str());
-        snprintf(details->szModelName, sizeof details->szModelName, "%s", r.modelName.c_str());
-        snprintf(details->szModelNumber, sizeof details->szModelNumber, "%s", r.modelNumber.c_str());
-        return 0;
-    }
-    return 1;
-}
+namespace host {
+namespace zeb {
 
-// ==== Requests ================================================================================
-extern "C" ZEB_ERROR_CODE HZebMRCPAllocRequestResources(stZEBAppList** request) {
-    return allocObject("HZebMRCPAllocRequestResources", request);
-}
-
-extern "C" ZEB_ERROR_CODE HZebMRCPReleaseRequestResources(stZEBAppList* request) {
-    return releaseObject("HZebMRCPReleaseRequestResources", request);
-}
-
-extern "C" ZEB_ERROR_CODE HZebMRCPRQSetActionName(stZEBAppList* request, const char* action) {
-    return setText("HZebMRCPRQSetActionName", request, &SentRequest::action, action);
-}
-
-extern "C" ZEB_ERROR_CODE HZebMRCPRQSetInstanceID(stZEBAppList* request, const char* instanceId) {
-    return setText("HZebMRCPRQSetInstanceID", request, &SentRequest::instance, instanceId);
-}
-
-extern "C" ZEB_ERROR_CODE HZebMRCPRQSetPlaySpeed(stZEBAppList* request, int speed) {
-    host::journal("HZebMRCPRQSetPlaySpeed(%d)", speed);
-    return setField("HZebMRCPRQSetPlaySpeed", request, &SentRequest::speed, speed);
-}
-
-extern "C" ZEB_ERROR_CODE HZebMRCPRQSetMatchedURI(stZEBAppList* request, const char* uri) {
-    return setText("HZebMRCPRQSetMatchedURI", request, &SentRequest::uri, uri);
-}
-
-extern "C" ZEB_ERROR_CODE HZebMRCPRQSetMetaData(stZEBAppList* request, const char* metadata) {
-    return setText("HZebMRCPRQSetMetaData", request, &SentRequest::metadata, metadata);
-}
-
-extern "C" ZEB_ERROR_CODE HZebMRCPRQSetSeekUnit(stZEBAppList* request, const char* unit) {
-    return setText("HZebMRCPRQSetSeekUnit", request, &SentRequest::seekUnit, unit);
-}
-
-extern "C" ZEB_ERROR_CODE HZebMRCPRQSetCurrPos(stZEBAppList* request, const char** position) {
-    return setText("HZebMRCPRQSetCurrPos", request, &SentRequest::seekTarget, position ? *position : nullptr);
-}
-
-extern "C" ZEB_ERROR_CODE HZebMRCPRQSetChannel(stZEBAppList* request, const char* channel) {
-    return setText("HZebMRCPRQSetChannel", request, &SentRequest::channel, channel);
-}
-
-extern "C" ZEB_ERROR_CODE HZebMRCPRQSetVolume(stZEBAppList* request, int volume) {
-    host::journal("HZebMRCPRQSetVolume(%d)", volume);
-    return setField("HZebMRCPRQSetVolume", request, &SentRequest::volume, volume);
-}
-
-#define MRCP_SEND(fn)                                                                                     \
-    extern "C" ZEB_ERROR_CODE fn(int profileId, const char* udn, stZEBAppList* request, const char* context) { \
-        return send(#fn, profileId, udn, request, context);                                              \
-    }
-MRCP_SEND(ZEBMRCPSetAVTransportURI)
-MRCP_SEND(ZEBMRCPAVPlay)
-MRCP_SEND(ZEBMRCPAVStop)
-MRCP_SEND(ZEBMRCPAVPause)
-MRCP_SEND(ZEBMRCPAVResume)
-MRCP_SEND(ZEBMRCPAVSeek)
-MRCP_SEND(ZEBMRCPGetPlayPositionInfo)
-MRCP_SEND(ZEBMRCPSetVolume)
-MRCP_SEND(ZEBMRCPGetVolume)
-MRCP_SEND(ZEBMRCPGetPlayState)
-MRCP_SEND(ZEBMRCPGetProtocolInfo)
-#undef MRCP_SEND
-
-// ==== Responses ================================================================================
-extern "C" ZEB_ERROR_CODE HZebMRCPReleaseResponseResources(stZEBAppList* response) {
-    return releaseObject("HZebMRCPReleaseResponseResources", response);
-}
-
-extern "C" ZEB_ERROR_CODE HZebMRCPCRGetActionName(stZEBAppList* response, const char** action) {
-    return getText("HZebMRCPCRGetActionName", response, action, response ? &response->response.action : nullptr);
-}
-
-extern "C" ZEB_ERROR_CODE HZebValidateUIResponse(stZEBAppList* response, int stackEvent) {
-    host::journal("HZebValidateUIResponse(%d)", stackEvent);
-    if (response == nullptr || scriptedFailure("HZebValidateUIResponse")) return 1;
-    return response->stackEvent == stackEvent ? 0 : 1;
-}
-
-extern "C" ZEB_ERROR_CODE HZebMRCPCRGetNumberOfDevices(stZEBAppList* response, int* count) {
-    std::optional<int> n;
-    if (response != nullptr && response->stackEvent == ZEB_MRCP_EVENT_DEVICE_LIST)
-        n = static_cast<int>(response->devices.size());
-    return getInt("HZebMRCPCRGetNumberOfDevices", response, count, n);
-}
-
-namespace {
-const std::string* deviceField(stZEBAppList* response, int device, std::string Renderer::*field) {
-    if (response == nullptr || device < 1 || static_cast<size_t>(device) > response->devices.size())
-        return nullptr;
-    return &(response->devices[static_cast<size_t>(device - 1)].*field);
-}
-}  // namespace
-
-extern "C" ZEB_ERROR_CODE HZebMRCPCRGetNameFromDeviceInfo(stZEBAppList* response, int device, const char** name) {
-    return getText("HZebMRCPCRGetNameFromDeviceInfo", response, name, deviceField(response, device, &Renderer::name));
-}
-
-extern "C" ZEB_ERROR_CODE HZebMRCPCRGetUDNFromDeviceInfo(stZEBAppList* response, int device, const char** udn) {
-    return getText("HZebMRCPCRGetUDNFromDeviceInfo", response, udn, deviceField(response, device, &Renderer::udn));
-}
-
-extern "C" ZEB_ERROR_CODE HZebMRCPCRGetTCharContext(stZEBAppList* response, const char** context) {
-    return getText("HZebMRCPCRGetTCharContext", response, context,
-                   response ? present(response->response.context) : nullptr);
-}
-
-namespace {
-ZEB_MRCP_DEVICE_STATUS stateOfText(const std::string& text) {
-    static const struct { const char* text; ZEB_MRCP_DEVICE_STATUS state; } kStates[] = {
-        {"STOPPED", ZEB_MRCP_STATE_STOPPED},
-        {"PLAYING", ZEB_MRCP_STATE_PLAYING},
-        {"PAUSED_PLAYBACK", ZEB_MRCP_STATE_PAUSED_PLAYBACK},
-        {"TRANSITIONING", ZEB_MRCP_STATE_TRANSITIONING},
-        {"PAUSED_RECORDING", ZEB_MRCP_STATE_PAUSED_RECORDING},
-        {"RECORDING", ZEB_MRCP_STATE_RECORDING},
-        {"NO_MEDIA_PRESENT", ZEB_MRCP_STATE_NO_MEDIA_PRESENT},
+const NetworkStack& scriptedStack() {
+    static const NetworkStack stack = {
+        "scripted",       host::scripted::initializeZEB, host::scripted::terminateZEB,
+        host::scripted::httpInitialize, host::scripted::httpTerminate, mrcpInitialize, mrcpStart, mrcpStop,
+        mrcpTerminate,    getDeviceList, subscribeDevice, getDeviceDetails, send, streamingInitialize,
+        streamingTerminate,
     };
-    for (auto& s : kStates)
-        if (text == s.text) return s.state;
-    return ZEB_MRCP_STATE_UNKNOWN;
-}
-}  // namespace
-
-extern "C" ZEB_ERROR_CODE HZebMRCPRQGetTransportInfo(stZEBAppList* response, ZEB_MRCP_DEVICE_STATUS* state,
-                                                     int* status) {
-    host::journal("HZebMRCPRQGetTransportInfo()");
-    if (response == nullptr || state == nullptr || status == nullptr || scriptedFailure("HZebMRCPRQGetTransportInfo"))
-        return 1;
-    const Response& r = response->response;
-    if (!r.transportState) return 1;
-    *state = stateOfText(*r.transportState);
-    *status = r.transportStatus.value_or("OK") == "ERROR_OCCURRED" ? ZEB_MRCP_TRANSPORT_STATUS_ERROR
-                                                                   : ZEB_MRCP_TRANSPORT_STATUS_OK;
-    return 0;
+    return stack;
 }
 
-extern "C" ZEB_ERROR_CODE HZebMRCPCRGetTrackDuration(stZEBAppList* response, int* milliseconds) {
-    return getInt("HZebMRCPCRGetTrackDuration", response, milliseconds,
-                  response ? response->response.durationMs : std::nullopt);
-}
-
-extern "C" ZEB_ERROR_CODE HZebMRCPCRGetRelTime(stZEBAppList* response, int* milliseconds) {
-    return getInt("HZebMRCPCRGetRelTime", response, milliseconds,
-                  response ? response->response.relTimeMs : std::nullopt);
-}
-
-extern "C" ZEB_ERROR_CODE HZebMRCPRQGetVolume(stZEBAppList* response, int* volume) {
-    return getInt("HZebMRCPRQGetVolume", response, volume, response ? response->response.volume : std::nullopt);
-}
-
-extern "C" ZEB_ERROR_CODE HZebMRCPCRGetSinkProtocolInfo(stZEBAppList* response, const char** protocolInfo) {
-    return getText("HZebMRCPCRGetSinkProtocolInfo", response, protocolInfo,
-                   response ? present(response->response.sinkProtocolInfo) : nullptr);
-}
-
-// ==== Notifications ===========================================================================
-extern "C" ZEB_ERROR_CODE HZebMRCPReleaseInfoResources(stZEBAppList* info) {
-    return releaseObject("HZebMRCPReleaseInfoResources", info);
-}
-
-extern "C" ZEB_ERROR_CODE HZebMRCPRQGetDeviceName(stZEBAppList* info, const char** name) {
-    return getText("HZebMRCPRQGetDeviceName", info, name, info ? &info->name : nullptr);
-}
-
-extern "C" ZEB_ERROR_CODE HZebMRCPRQGetDeviceUDN(stZEBAppList* info, const char** udn) {
-    return getText("HZebMRCPRQGetDeviceUDN", info, udn, info ? &info->udn : nullptr);
-}
-
-extern "C" ZEB_ERROR_CODE HZebMRCPEIGetExceptionType(stZEBAppList* info, int* type) {
-    return getInt("HZebMRCPEIGetExceptionType", info, type,
-                  info ? std::optional<int>(info->exceptionType) : std::nullopt);
-}
-
-extern "C" ZEB_ERROR_CODE HZebMRCPEIGetExceptionValue(stZEBAppList* info, const char** value) {
-    return getText("HZebMRCPEIGetExceptionValue", info, value, info ? &info->exceptionValue : nullptr);
-}
-
-extern "C" ZEB_ERROR_CODE HZebMRCPDIGetDeviceUDN(stZEBAppList* info, const char** udn) {
-    return getText("HZebMRCPDIGetDeviceUDN", info, udn, info ? &info->status.udn : nullptr);
-}
-
-extern "C" ZEB_ERROR_CODE HZebMRCPDIGetServiceType(stZEBAppList* info, const char** serviceType) {
-    return getText("HZebMRCPDIGetServiceType", info, serviceType, info ? &info->status.serviceType : nullptr);
-}
-
-extern "C" ZEB_ERROR_CODE HZebMRCPDIGetNumOfArgument(stZEBAppList* info, int* count) {
-    return getInt("HZebMRCPDIGetNumOfArgument", info, count,
-                  info ? std::optional<int>(static_cast<int>(info->status.variables.size())) : std::nullopt);
-}
-
-extern "C" ZEB_ERROR_CODE HZebMRCPDIGetStateVariable(stZEBAppList* info, int index, const char** name,
-                                                     const char** value) {
-    host::journal("HZebMRCPDIGetStateVariable(%d)", index);
-    if (info == nullptr || name == nullptr || value == nullptr || index < 0 ||
-        static_cast<size_t>(index) >= info->status.variables.size() || scriptedFailure("HZebMRCPDIGetStateVariable"))
-        return 1;
-    *name = info->status.variables[static_cast<size_t>(index)].first.c_str();
-    *value = info->status.variables[static_cast<size_t>(index)].second.c_str();
-    return 0;
-}
-
-// ==== HTTP streaming server ======================================================================
-extern "C" int HTTPStreamingServerInitialize(int profileId, int port) {
-    host::journal("HTTPStreamingServerInitialize(%d, %d)", profileId, port);
-    long long scripted;
-    if (host::takeScriptedResult("HTTPStreamingServerInitialize", &scripted)) return static_cast<int>(scripted);
-    if (port <= 0 || port > 65535) return 0;
-    MrcpState& s = mrcpState();
-    std::lock_guard<std::mutex> g(s.lock);
-    s.streaming = true;
-    s.streamingPort = port;
-    return 1;
-}
-
-extern "C" void HTTPStreamingServerTerminate(void) {
-    host::journal("HTTPStreamingServerTerminate()");
-    MrcpState& s = mrcpState();
-    std::lock_guard<std::mutex> g(s.lock);
-    s.streaming = false;
-}
-
-// ==== Item list ===================================================================================
-extern "C" ZEB_LIST ZEBListCreate(void) {
-    host::journal("ZEBListCreate()");
-    if (host::scriptedOr("ZEBListCreate", 1) == 0) return nullptr;
-    return new ZEBList_s;
-}
-
-extern "C" ZEB_ERROR_CODE ZEBListAppend(ZEB_LIST list, void* item) {
-    if (list == nullptr || item == nullptr) return 1;
-    list->items.push_back(item);
-    return 0;
-}
-
-extern "C" unsigned int ZEBListCount(ZEB_LIST list) {
-    return list ? static_cast<unsigned int>(list->items.size()) : 0;
-}
-
-extern "C" void* ZEBListGetAt(ZEB_LIST list, unsigned int index) {
-    return list && index < list->items.size() ? list->items[index] : nullptr;
-}
-
-extern "C" void ZEBListDestroy(ZEB_LIST list) { delete list; }
-
-// ==== Media-server object requests ====================================================================
-extern "C" ZEB_ERROR_CODE HZebMSCPAllocRequestResources(stZEBAppList** object) {
-    return allocObject("HZebMSCPAllocRequestResources", object);
-}
-
-extern "C" ZEB_ERROR_CODE HZebMSCPReleaseRequestResources(stZEBAppList* object) {
-    return releaseObject("HZebMSCPReleaseRequestResources", object);
-}
-
-extern "C" ZEB_ERROR_CODE HZebMSCPRQSetObjectID(stZEBAppList* object, const char* id) {
-    return setObjectText("HZebMSCPRQSetObjectID", object, &stZEBAppList::objectId, id);
-}
-
-extern "C" ZEB_ERROR_CODE HZebMSCPRQSetParentID(stZEBAppList* object, const char* parentId) {
-    return setObjectText("HZebMSCPRQSetParentID", object, &stZEBAppList::parentId, parentId);
-}
-
-extern "C" ZEB_ERROR_CODE HZebMSCPRQSetTitle(stZEBAppList* object, const char* title) {
-    return setObjectText("HZebMSCPRQSetTitle", object, &stZEBAppList::title, title);
-}
-
-extern "C" ZEB_ERROR_CODE HZebMSCPRQSetDate(stZEBAppList* object, const char* date) {
-    return setObjectText("HZebMSCPRQSetDate", object, &stZEBAppList::date, date);
-}
-
-extern "C" ZEB_ERROR_CODE HZebMSCPRQSetObjectType(stZEBAppList* object, const char* type) {
-    if (type != nullptr && strcmp(type, "VIDEO") != 0 && strcmp(type, "IMAGE") != 0) {
-        host::journal("HZebMSCPRQSetObjectType(%s)", type);
-        return 1;
-    }
-    return setObjectText("HZebMSCPRQSetObjectType", object, &stZEBAppList::objectType, type);
-}
-
-extern "C" ZEB_ERROR_CODE HZebMSCPRQSetResources(stZEBAppList* object, ZEB_LIST resources) {
-    host::journal("HZebMSCPRQSetResources(%u)", ZEBListCount(resources));
-    if (object == nullptr || resources == nullptr) return 1;
-    object->resources.clear();
-    auto text = [](const char* s) { return s ? std::optional<std::string>(s) : std::nullopt; };
-    for (void* item : resources->items) {
-        const stZEBMSCPResource* r = static_cast<const stZEBMSCPResource*>(item);
-        object->resources.push_back({text(r->pURI), text(r->pProtocol), text(r->pMimeType), text(r->pDuration),
-                                     text(r->pSize), text(r->pResolution), text(r->pAdditionalInfo)});
-    }
-    return 0;
-}
-
-extern "C" ZEB_ERROR_CODE HZebMSCPRQSetNumOfResources(stZEBAppList* object, int count) {
-    host::journal("HZebMSCPRQSetNumOfResources(%d)", count);
-    if (object == nullptr || count < 0) return 1;
-    object->numResources = count;
-    return 0;
-}
-
-extern "C" char* HZebMSCPRQGetAVTransportURIMetadata(stZEBAppList* object) {
-    host::journal("HZebMSCPRQGetAVTransportURIMetadata()");
-    if (object == nullptr || !object->objectId || !object->title || !object->objectType || object->resources.empty())
-        return nullptr;
-    if (host::scriptedOr("HZebMSCPRQGetAVTransportURIMetadata", 1) == 0) return nullptr;
-    return host::media::copyText(didlLite(*object));
-}
+}  // namespace zeb
+}  // namespace host

@@ -1,0 +1,815 @@
+#include "control_point.h"
+
+#include <arpa/inet.h>
+#include <ifaddrs.h>
+#include <net/if.h>
+#include <netinet/in.h>
+#include <pthread.h>
+#include <sys/eventfd.h>
+#include <unistd.h>
+
+#include <upnp.h>
+#include <upnptools.h>
+
+#include <atomic>
+#include <chrono>
+#include <condition_variable>
+#include <cstdarg>
+#include <cstdio>
+#include <cstring>
+#include <deque>
+#include <map>
+#include <mutex>
+#include <thread>
+
+#include "dlog.h"
+#include "http_client.h"
+#include "upnp_xml.h"
+
+namespace camwifi {
+namespace upnp {
+
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+const char* const kRendererType = "urn:schemas-upnp-org:device:MediaRenderer:1";
+const char* const kAVTransport = "urn:schemas-upnp-org:service:AVTransport:";
+const char* const kRenderingControl = "urn:schemas-upnp-org:service:RenderingControl:";
+const char* const kConnectionManager = "urn:schemas-upnp-org:service:ConnectionManager:";
+// Search answers are spread over this many seconds by the renderers.
+constexpr int kSearchMx = 2;
+// Events that arrive for a subscription not yet confirmed are kept (at most
+// this many) until its SID is known.
+constexpr size_t kMaxEarlyEvents = 16;
+
+std::atomic<bool> gLibraryInUse{false};
+
+void logLine(int prio, const char* fmt, ...) __attribute__((format(printf, 2, 3)));
+void logLine(int prio, const char* fmt, ...) {
+    char buf[512];
+    va_list ap;
+    va_start(ap, fmt);
+    vsnprintf(buf, sizeof buf, fmt, ap);
+    va_end(ap);
+    __dlog_print(DLOG_BUFFER_APPS, prio, "ZEB_UPNP", "%s", buf);
+}
+
+// The IPv4 address of iface; "" when it has none or does not exist.
+std::string ipv4Of(const std::string& iface, bool* exists) {
+    *exists = false;
+    std::string out;
+    ifaddrs* list = nullptr;
+    if (getifaddrs(&list) != 0) return out;
+    for (ifaddrs* a = list; a; a = a->ifa_next) {
+        if (a->ifa_name == nullptr || iface != a->ifa_name) continue;
+        *exists = true;
+        if (a->ifa_addr && a->ifa_addr->sa_family == AF_INET && out.empty()) {
+            char text[INET_ADDRSTRLEN];
+            inet_ntop(AF_INET, &reinterpret_cast<sockaddr_in*>(a->ifa_addr)->sin_addr, text, sizeof text);
+            out = text;
+        }
+    }
+    freeifaddrs(list);
+    return out;
+}
+
+// Which service an action goes to, the SOAP action name and its arguments.
+// False for an action the stack does not know.
+bool soapFor(const ActionRequest& r, const char** servicePrefix, std::string* soapAction,
+             std::vector<std::pair<std::string, std::string>>* args) {
+    args->clear();
+    const std::string& a = r.action;
+    *servicePrefix = kAVTransport;
+    *soapAction = a;
+    if (a == "SetAVTransportURI") {
+        if (!r.uri) return false;
+        *args = {{"InstanceID", r.instanceId}, {"CurrentURI", *r.uri}, {"CurrentURIMetaData", r.metadata.value_or("")}};
+    } else if (a == "Play" || a == "Resume") {
+        // AVTransport has no resume: Play at normal speed continues a pause.
+        *soapAction = "Play";
+        *args = {{"InstanceID", r.instanceId}, {"Speed", std::to_string(r.speed.value_or(1))}};
+    } else if (a == "Stop" || a == "Pause" || a == "GetPositionInfo" || a == "GetTransportInfo") {
+        *args = {{"InstanceID", r.instanceId}};
+    } else if (a == "Seek") {
+        if (!r.seekTarget) return false;
+        *args = {{"InstanceID", r.instanceId}, {"Unit", r.seekUnit.value_or("REL_TIME")}, {"Target", *r.seekTarget}};
+    } else if (a == "GetVolume") {
+        *servicePrefix = kRenderingControl;
+        *args = {{"InstanceID", r.instanceId}, {"Channel", r.channel.value_or("Master")}};
+    } else if (a == "SetVolume") {
+        if (!r.volume) return false;
+        *servicePrefix = kRenderingControl;
+        *args = {{"InstanceID", r.instanceId},
+                 {"Channel", r.channel.value_or("Master")},
+                 {"DesiredVolume", std::to_string(*r.volume)}};
+    } else if (a == "GetProtocolInfo") {
+        *servicePrefix = kConnectionManager;
+    } else {
+        return false;
+    }
+    return true;
+}
+
+// Fills the typed fields of an answer from its out-arguments.
+void readOutArguments(const SoapAnswer& soap, ActionAnswer* answer) {
+    answer->arguments = soap.arguments;
+    if (const std::string* v = soap.argument("CurrentTransportState")) answer->transportState = *v;
+    if (const std::string* v = soap.argument("CurrentTransportStatus")) answer->transportStatus = *v;
+    auto time = [](const std::string* v) -> std::optional<int> {
+        if (v == nullptr) return std::nullopt;
+        long long ms = parseUpnpTime(*v);
+        if (ms < 0 || ms > 0x7fffffffLL) return std::nullopt;
+        return static_cast<int>(ms);
+    };
+    if (auto d = time(soap.argument("TrackDuration"))) answer->durationMs = d;
+    if (auto t = time(soap.argument("RelTime"))) answer->relTimeMs = t;
+    if (const std::string* v = soap.argument("CurrentVolume")) {
+        char* end = nullptr;
+        long n = strtol(v->c_str(), &end, 10);
+        if (!v->empty() && end && *end == '\0' && n >= 0 && n <= 0xffff) answer->volume = static_cast<int>(n);
+    }
+    if (const std::string* v = soap.argument("Sink")) answer->sinkProtocolInfo = *v;
+}
+
+// A worker thread with a queue of jobs, and a descriptor that cuts the
+// request in flight short.
+class Worker {
+public:
+    explicit Worker(const std::string& name) : m_cancelFd(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)) {
+        m_thread = std::thread([this, name] {
+            pthread_setname_np(pthread_self(), name.substr(0, 15).c_str());
+            run();
+        });
+    }
+    ~Worker() {
+        join();
+        if (m_cancelFd >= 0) close(m_cancelFd);
+    }
+    // Cancels and waits until the thread has ended (every job it held, and
+    // what the jobs captured, released). Never from the worker itself.
+    void join() {
+        cancel();
+        if (!m_thread.joinable()) return;
+        if (m_thread.get_id() == std::this_thread::get_id()) m_thread.detach();
+        else m_thread.join();
+    }
+    // Jobs get true when they run, false when dropped by a cancel.
+    bool post(std::function<void(bool run)> job) {
+        std::lock_guard<std::mutex> g(m_lock);
+        if (m_stopping) return false;
+        m_jobs.push_back(std::move(job));
+        m_changed.notify_all();
+        return true;
+    }
+    // Stops taking jobs, cuts the one in flight; queued ones are called with
+    // false on the worker's thread.
+    void cancel() {
+        {
+            std::lock_guard<std::mutex> g(m_lock);
+            if (m_stopping) return;
+            m_stopping = true;
+            m_changed.notify_all();
+        }
+        uint64_t one = 1;
+        if (m_cancelFd >= 0) (void)!write(m_cancelFd, &one, sizeof one);
+    }
+    int cancelFd() const { return m_cancelFd; }
+    bool cancelled() {
+        std::lock_guard<std::mutex> g(m_lock);
+        return m_stopping;
+    }
+
+private:
+    void run() {
+        std::unique_lock<std::mutex> l(m_lock);
+        for (;;) {
+            m_changed.wait(l, [&] { return m_stopping || !m_jobs.empty(); });
+            if (m_jobs.empty()) return;
+            auto job = std::move(m_jobs.front());
+            m_jobs.pop_front();
+            bool run = !m_stopping;
+            l.unlock();
+            job(run);
+            l.lock();
+        }
+    }
+
+    std::mutex m_lock;
+    std::condition_variable m_changed;
+    std::deque<std::function<void(bool)>> m_jobs;
+    bool m_stopping = false;
+    int m_cancelFd;
+    std::thread m_thread;
+};
+
+}  // namespace
+
+struct UpnpControlPoint::Impl {
+    enum class State { kFetching, kRenderer, kOther };
+    struct Device {
+        std::string udn;
+        std::string location;
+        Clock::time_point expires;
+        State state = State::kFetching;
+        DeviceInfo description;
+        RendererDetails details;
+        bool announced = false;
+        bool subscribing = false;
+        std::string sid;
+        std::unique_ptr<Worker> worker;
+        // True once the device left: answers of requests cut short say so.
+        std::atomic<bool> gone{false};
+    };
+
+    mutable std::mutex lock;
+    Listener listener;
+    Options options;
+    std::string iface, ip, whyText;
+    bool libraryOwned = false, registered = false, started = false;
+    UpnpClient_Handle handle = -1;
+
+    std::map<std::string, std::shared_ptr<Device>> devices;  // by UDN
+    std::vector<std::string> order;                          // announced renderers, in order
+    std::vector<std::shared_ptr<Device>> retired;            // left; workers to join
+    std::map<std::string, std::string> sidToUdn;
+    std::map<std::string, std::vector<std::vector<std::pair<std::string, std::string>>>> earlyEvents;
+
+    // Event thread: every listener call, one at a time.
+    std::mutex eventLock;
+    std::condition_variable eventChanged;
+    std::deque<std::function<void()>> events;
+    bool eventsStopping = false;
+    std::thread eventThread;
+
+    // Search / expiry thread.
+    std::mutex houseLock;
+    std::condition_variable houseChanged;
+    bool houseStopping = false;
+    std::thread houseThread;
+
+    void fail(const std::string& why) {
+        whyText = why;
+        logLine(DLOG_PRIO_ERROR, "%s", why.c_str());
+    }
+
+    // --- Event thread ---------------------------------------------------------
+    void post(std::function<void()> call) {
+        std::lock_guard<std::mutex> g(eventLock);
+        if (eventsStopping) return;
+        events.push_back(std::move(call));
+        eventChanged.notify_all();
+    }
+    void eventLoop() {
+        pthread_setname_np(pthread_self(), "UpnpCPEvents");
+        std::unique_lock<std::mutex> l(eventLock);
+        for (;;) {
+            eventChanged.wait(l, [&] { return eventsStopping || !events.empty(); });
+            if (eventsStopping) return;
+            auto call = std::move(events.front());
+            events.pop_front();
+            l.unlock();
+            call();
+            l.lock();
+        }
+    }
+
+    // --- Search and expiry ----------------------------------------------------
+    void houseLoop() {
+        pthread_setname_np(pthread_self(), "UpnpCPSearch");
+        auto nextSearch = Clock::now();
+        std::unique_lock<std::mutex> l(houseLock);
+        while (!houseStopping) {
+            if (Clock::now() >= nextSearch) {
+                l.unlock();
+                int rc = UpnpSearchAsync(handle, kSearchMx, kRendererType, this);
+                if (rc != UPNP_E_SUCCESS) logLine(DLOG_PRIO_ERROR, "M-SEARCH failed: %d (%s)", rc, UpnpGetErrorMessage(rc));
+                l.lock();
+                nextSearch = Clock::now() + std::chrono::milliseconds(options.searchIntervalMs);
+            }
+            l.unlock();
+            expire();
+            joinRetired();
+            l.lock();
+            houseChanged.wait_for(l, std::chrono::milliseconds(500), [&] { return houseStopping; });
+        }
+    }
+
+    void expire() {
+        std::vector<std::string> gone;
+        {
+            std::lock_guard<std::mutex> g(lock);
+            auto now = Clock::now();
+            for (auto& d : devices)
+                if (d.second->expires < now) gone.push_back(d.first);
+        }
+        for (auto& udn : gone) {
+            logLine(DLOG_PRIO_INFO, "advertisement of %s expired", udn.c_str());
+            remove(udn);
+        }
+    }
+
+    void joinRetired() {
+        std::vector<std::shared_ptr<Device>> done;
+        {
+            std::lock_guard<std::mutex> g(lock);
+            done.swap(retired);
+        }
+        // Jobs hold their device: end the threads before the last reference goes.
+        for (auto& d : done) d->worker->join();
+    }
+
+    // --- Discovery ------------------------------------------------------------
+    void seen(const std::string& udn, const std::string& location, int maxAge) {
+        if (udn.empty() || location.empty()) return;
+        std::lock_guard<std::mutex> g(lock);
+        if (!started) return;
+        auto expires = Clock::now() + std::chrono::seconds(maxAge > 0 ? maxAge : 1800);
+        auto it = devices.find(udn);
+        if (it != devices.end()) {
+            if (it->second->expires < expires) it->second->expires = expires;
+            return;
+        }
+        auto d = std::make_shared<Device>();
+        d->udn = udn;
+        d->location = location;
+        d->expires = expires;
+        d->worker.reset(new Worker("UpnpCPDevice"));
+        devices[udn] = d;
+        std::weak_ptr<Device> weak = d;
+        d->worker->post([this, weak](bool run) {
+            auto dev = weak.lock();
+            if (run && dev) fetchDescription(dev);
+        });
+    }
+
+    void fetchDescription(const std::shared_ptr<Device>& d) {
+        HttpResult r = httpRequest("GET", d->location, {}, "", options.descriptionTimeoutMs, d->worker->cancelFd());
+        std::vector<DeviceInfo> all;
+        const DeviceInfo* mine = nullptr;
+        if (r.outcome == HttpResult::kOk && r.status == 200 && parseDeviceDescription(r.body, d->location, &all)) {
+            for (const DeviceInfo& info : all)
+                if (info.udn == d->udn) mine = &info;
+        }
+        if (r.outcome == HttpResult::kCancelled) return;
+        if (mine == nullptr) {
+            if (r.outcome != HttpResult::kOk || r.status != 200) {
+                logLine(DLOG_PRIO_ERROR, "description of %s at %s: %s %d %s", d->udn.c_str(), d->location.c_str(),
+                        outcomeName(r.outcome), r.status, r.error.c_str());
+                remove(d->udn);  // the next advertisement tries again
+                return;
+            }
+            std::lock_guard<std::mutex> g(lock);
+            d->state = State::kOther;
+            return;
+        }
+        bool renderer = mine->deviceType.find(":MediaRenderer:") != std::string::npos &&
+                        mine->service(kAVTransport) != nullptr;
+        RendererDetails details;
+        HttpUrl url;
+        if (parseHttpUrl(d->location, &url)) details.ip = url.host;
+        details.friendlyName = mine->friendlyName;
+        details.udn = mine->udn;
+        details.manufacturer = mine->manufacturer;
+        details.modelName = mine->modelName;
+        details.modelNumber = mine->modelNumber;
+        {
+            std::lock_guard<std::mutex> g(lock);
+            if (d->gone) return;
+            d->description = *mine;
+            d->details = details;
+            d->state = renderer ? State::kRenderer : State::kOther;
+            if (!renderer) return;
+            d->announced = true;
+            order.push_back(d->udn);
+        }
+        logLine(DLOG_PRIO_INFO, "renderer %s \"%s\" at %s", details.udn.c_str(), details.friendlyName.c_str(),
+                details.ip.c_str());
+        post([this, details] {
+            if (listener.deviceInfo) listener.deviceInfo("DMR_ADDED", details);
+        });
+    }
+
+    // Forgets a device; a renderer that was announced is reported removed.
+    void remove(const std::string& udn) {
+        std::shared_ptr<Device> d;
+        {
+            std::lock_guard<std::mutex> g(lock);
+            auto it = devices.find(udn);
+            if (it == devices.end()) return;
+            d = it->second;
+            devices.erase(it);
+            d->gone = true;
+            if (d->announced) {
+                for (auto o = order.begin(); o != order.end(); ++o)
+                    if (*o == udn) {
+                        order.erase(o);
+                        break;
+                    }
+            }
+            if (!d->sid.empty()) sidToUdn.erase(d->sid);
+            retired.push_back(d);
+        }
+        // Requests still queued are answered as failed from the worker's thread.
+        d->worker->cancel();
+        if (d->announced) {
+            RendererDetails details = d->details;
+            post([this, details] {
+                if (listener.deviceInfo) listener.deviceInfo("DMR_REMOVED", details);
+            });
+        }
+        houseChanged.notify_all();
+    }
+
+    // --- Actions --------------------------------------------------------------
+    void runAction(const std::shared_ptr<Device>& d, const std::string& controlUrl, const std::string& serviceType,
+                   const std::string& soapAction, const std::string& body, ActionAnswer answer) {
+        HttpResult r = httpRequest("POST", controlUrl,
+                                   {{"Content-Type", "text/xml; charset=\"utf-8\""},
+                                    {"SOAPACTION", "\"" + serviceType + "#" + soapAction + "\""},
+                                    {"User-Agent", "Linux/1.0 UPnP/1.0 camwifi/1.0"}},
+                                   body, options.actionTimeoutMs, d->worker->cancelFd());
+        if (r.outcome == HttpResult::kCancelled && !d->gone) return;  // stopped: nobody waits any more
+        SoapAnswer soap;
+        bool parsed = r.outcome == HttpResult::kOk && parseSoapAnswer(r.body, soapAction, &soap);
+        if (parsed && !soap.fault && r.status == 200) {
+            readOutArguments(soap, &answer);
+        } else {
+            answer.error = kActionFailed;
+            if (parsed && soap.fault) {
+                answer.upnpError = soap.upnpErrorCode;
+                answer.why = "SOAP fault, HTTP " + std::to_string(r.status) + ", UPnP error " +
+                             std::to_string(soap.upnpErrorCode) + " \"" + soap.errorDescription + "\"";
+            } else if (r.outcome == HttpResult::kOk) {
+                answer.why = "HTTP " + std::to_string(r.status) + " without a valid answer";
+            } else if (r.outcome == HttpResult::kCancelled) {
+                answer.why = "the renderer left";
+            } else {
+                answer.why = std::string(outcomeName(r.outcome)) + ": " + r.error;
+            }
+            logLine(DLOG_PRIO_ERROR, "%s to %s failed: %s", answer.action.c_str(), d->udn.c_str(), answer.why.c_str());
+        }
+        post([this, answer] {
+            if (listener.commandResponse) listener.commandResponse(answer);
+        });
+    }
+
+    // --- GENA -------------------------------------------------------------------
+    static int subscribeDone(Upnp_EventType type, const void* event, void* cookie) {
+        auto* self = static_cast<Impl*>(cookie);
+        if (type != UPNP_EVENT_SUBSCRIBE_COMPLETE || event == nullptr) return 0;
+        auto* e = static_cast<const UpnpEventSubscribe*>(event);
+        std::string url = UpnpEventSubscribe_get_PublisherUrl_cstr(e) ? UpnpEventSubscribe_get_PublisherUrl_cstr(e) : "";
+        std::string sid = UpnpEventSubscribe_get_SID_cstr(e) ? UpnpEventSubscribe_get_SID_cstr(e) : "";
+        int err = UpnpEventSubscribe_get_ErrCode(e);
+        std::vector<std::vector<std::pair<std::string, std::string>>> early;
+        std::string udn;
+        {
+            std::lock_guard<std::mutex> g(self->lock);
+            for (auto& d : self->devices) {
+                const ServiceInfo* s = d.second->description.service(kAVTransport);
+                if (!d.second->subscribing || s == nullptr || s->eventSubUrl != url) continue;
+                d.second->subscribing = false;
+                if (err == UPNP_E_SUCCESS && !sid.empty()) {
+                    d.second->sid = sid;
+                    self->sidToUdn[sid] = d.first;
+                    udn = d.first;
+                    auto it = self->earlyEvents.find(sid);
+                    if (it != self->earlyEvents.end()) {
+                        early = std::move(it->second);
+                        self->earlyEvents.erase(it);
+                    }
+                }
+                break;
+            }
+        }
+        if (err != UPNP_E_SUCCESS) {
+            logLine(DLOG_PRIO_ERROR, "subscription to %s failed: %d (%s)", url.c_str(), err, UpnpGetErrorMessage(err));
+            return 0;
+        }
+        logLine(DLOG_PRIO_INFO, "subscribed to %s: %s", url.c_str(), sid.c_str());
+        for (auto& vars : early) self->deliverEvent(udn, std::move(vars));
+        return 0;
+    }
+
+    void eventReceived(const UpnpEvent* e) {
+        const char* sidText = UpnpEvent_get_SID_cstr(e);
+        IXML_Document* changed = UpnpEvent_get_ChangedVariables(e);
+        if (sidText == nullptr || changed == nullptr) return;
+        std::vector<std::pair<std::string, std::string>> vars;
+        DOMString text = ixmlDocumenttoString(changed);
+        bool ok = text != nullptr && parsePropertySet(text, &vars);
+        if (text) ixmlFreeDOMString(text);
+        if (!ok) return;
+        std::string udn;
+        {
+            std::lock_guard<std::mutex> g(lock);
+            auto it = sidToUdn.find(sidText);
+            if (it == sidToUdn.end()) {
+                // The first NOTIFY may overtake the answer to the SUBSCRIBE.
+                auto& early = earlyEvents[sidText];
+                if (early.size() < kMaxEarlyEvents) early.push_back(std::move(vars));
+                if (earlyEvents.size() > kMaxEarlyEvents) earlyEvents.erase(earlyEvents.begin());
+                return;
+            }
+            udn = it->second;
+        }
+        deliverEvent(udn, std::move(vars));
+    }
+
+    void deliverEvent(const std::string& udn, std::vector<std::pair<std::string, std::string>> vars) {
+        for (auto& v : vars) {
+            if (v.first != "LastChange") continue;
+            std::vector<std::pair<std::string, std::string>> inner;
+            if (parseLastChange(v.second, &inner)) v.second = lastChangeText("urn:schemas-upnp-org:metadata-1-0/AVT/", inner);
+        }
+        StatusEvent event;
+        event.udn = udn;
+        event.serviceType = std::string(kAVTransport) + "1";
+        event.variables = std::move(vars);
+        post([this, event] {
+            if (listener.deviceStatus) listener.deviceStatus(event);
+        });
+    }
+
+    // --- libupnp's callback ---------------------------------------------------
+    static int callback(Upnp_EventType type, const void* event, void* cookie) {
+        auto* self = static_cast<Impl*>(cookie);
+        switch (type) {
+            case UPNP_DISCOVERY_SEARCH_RESULT:
+            case UPNP_DISCOVERY_ADVERTISEMENT_ALIVE: {
+                auto* d = static_cast<const UpnpDiscovery*>(event);
+                if (UpnpDiscovery_get_ErrCode(d) != UPNP_E_SUCCESS) break;
+                const char* udn = UpnpDiscovery_get_DeviceID_cstr(d);
+                const char* location = UpnpDiscovery_get_Location_cstr(d);
+                self->seen(udn ? udn : "", location ? location : "", UpnpDiscovery_get_Expires(d));
+                break;
+            }
+            case UPNP_DISCOVERY_ADVERTISEMENT_BYEBYE: {
+                auto* d = static_cast<const UpnpDiscovery*>(event);
+                const char* udn = UpnpDiscovery_get_DeviceID_cstr(d);
+                if (udn && *udn) {
+                    logLine(DLOG_PRIO_INFO, "byebye from %s", udn);
+                    self->remove(udn);
+                }
+                break;
+            }
+            case UPNP_EVENT_RECEIVED:
+                self->eventReceived(static_cast<const UpnpEvent*>(event));
+                break;
+            case UPNP_EVENT_AUTORENEWAL_FAILED:
+            case UPNP_EVENT_SUBSCRIPTION_EXPIRED: {
+                auto* e = static_cast<const UpnpEventSubscribe*>(event);
+                const char* sid = UpnpEventSubscribe_get_SID_cstr(e);
+                logLine(DLOG_PRIO_ERROR, "subscription %s ended (%d)", sid ? sid : "", UpnpEventSubscribe_get_ErrCode(e));
+                if (sid == nullptr) break;
+                std::lock_guard<std::mutex> g(self->lock);
+                auto it = self->sidToUdn.find(sid);
+                if (it != self->sidToUdn.end()) {
+                    auto dev = self->devices.find(it->second);
+                    if (dev != self->devices.end()) dev->second->sid.clear();  // a later subscribe tries again
+                    self->sidToUdn.erase(it);
+                }
+                break;
+            }
+            default:
+                break;
+        }
+        return 0;
+    }
+};
+
+UpnpControlPoint::UpnpControlPoint() : m_impl(new Impl) {}
+
+UpnpControlPoint::~UpnpControlPoint() { terminate(); }
+
+int UpnpControlPoint::init(const std::string& iface, Listener listener, Options options) {
+    Impl& m = *m_impl;
+    std::lock_guard<std::mutex> g(m.lock);
+    if (m.registered) return 0;
+    bool exists = false;
+    std::string ip = iface.empty() ? "" : ipv4Of(iface, &exists);
+    if (iface.empty() || !exists) {
+        m.fail("no network interface named \"" + iface + "\"");
+        return UPNP_E_INVALID_INTERFACE;
+    }
+    if (ip.empty()) {
+        m.fail("network interface \"" + iface + "\" has no IPv4 address");
+        return UPNP_E_INVALID_INTERFACE;
+    }
+    bool expected = false;
+    if (!gLibraryInUse.compare_exchange_strong(expected, true)) {
+        m.fail("libupnp is already in use by another control point of this process");
+        return UPNP_E_INIT;
+    }
+    int rc = UpnpInit2(iface.c_str(), 0);
+    if (rc != UPNP_E_SUCCESS) {
+        gLibraryInUse = false;
+        m.fail("UpnpInit2(" + iface + ") failed: " + std::to_string(rc) + " (" + UpnpGetErrorMessage(rc) + ")");
+        return rc;
+    }
+    rc = UpnpRegisterClient(&Impl::callback, m_impl.get(), &m.handle);
+    if (rc != UPNP_E_SUCCESS) {
+        UpnpFinish();
+        gLibraryInUse = false;
+        m.fail("UpnpRegisterClient failed: " + std::to_string(rc) + " (" + UpnpGetErrorMessage(rc) + ")");
+        return rc;
+    }
+    m.libraryOwned = true;
+    m.registered = true;
+    m.iface = iface;
+    m.ip = ip;
+    m.listener = std::move(listener);
+    m.options = options;
+    m.whyText.clear();
+    logLine(DLOG_PRIO_INFO, "control point up on %s (%s), libupnp port %u", iface.c_str(), ip.c_str(),
+            UpnpGetServerPort());
+    return 0;
+}
+
+int UpnpControlPoint::start() {
+    Impl& m = *m_impl;
+    {
+        std::lock_guard<std::mutex> g(m.lock);
+        if (!m.registered) {
+            m.fail("start without init");
+            return UPNP_E_FINISH;
+        }
+        if (m.started) return 0;
+        m.started = true;
+    }
+    {
+        std::lock_guard<std::mutex> g(m.eventLock);
+        m.eventsStopping = false;
+        m.events.clear();
+    }
+    {
+        std::lock_guard<std::mutex> g(m.houseLock);
+        m.houseStopping = false;
+    }
+    m.eventThread = std::thread([&m] { m.eventLoop(); });
+    m.houseThread = std::thread([&m] { m.houseLoop(); });
+    return 0;
+}
+
+int UpnpControlPoint::stop() {
+    Impl& m = *m_impl;
+    {
+        std::lock_guard<std::mutex> g(m.lock);
+        if (!m.started) return 0;
+        m.started = false;  // no new devices from here on
+    }
+    {
+        std::lock_guard<std::mutex> g(m.houseLock);
+        m.houseStopping = true;
+    }
+    m.houseChanged.notify_all();
+    if (m.houseThread.joinable()) m.houseThread.join();
+    std::map<std::string, std::shared_ptr<Impl::Device>> devices;
+    {
+        std::lock_guard<std::mutex> g(m.lock);
+        devices.swap(m.devices);
+        m.order.clear();
+        m.sidToUdn.clear();
+        m.earlyEvents.clear();
+    }
+    {
+        std::lock_guard<std::mutex> g(m.eventLock);
+        m.eventsStopping = true;
+        m.events.clear();
+    }
+    m.eventChanged.notify_all();
+    for (auto& d : devices) d.second->worker->cancel();
+    for (auto& d : devices) d.second->worker->join();
+    m.joinRetired();
+    if (m.eventThread.joinable()) {
+        if (m.eventThread.get_id() == std::this_thread::get_id()) m.eventThread.detach();
+        else m.eventThread.join();
+    }
+    return 0;
+}
+
+void UpnpControlPoint::terminate() {
+    stop();
+    Impl& m = *m_impl;
+    std::lock_guard<std::mutex> g(m.lock);
+    if (m.registered) {
+        UpnpUnRegisterClient(m.handle);
+        m.registered = false;
+        m.handle = -1;
+    }
+    if (m.libraryOwned) {
+        UpnpFinish();
+        m.libraryOwned = false;
+        gLibraryInUse = false;
+        logLine(DLOG_PRIO_INFO, "control point down");
+    }
+}
+
+bool UpnpControlPoint::initialised() const {
+    std::lock_guard<std::mutex> g(m_impl->lock);
+    return m_impl->registered;
+}
+
+std::string UpnpControlPoint::why() const {
+    std::lock_guard<std::mutex> g(m_impl->lock);
+    return m_impl->whyText;
+}
+
+std::string UpnpControlPoint::address() const {
+    std::lock_guard<std::mutex> g(m_impl->lock);
+    return m_impl->ip;
+}
+
+std::vector<RendererDetails> UpnpControlPoint::renderers() const {
+    std::lock_guard<std::mutex> g(m_impl->lock);
+    std::vector<RendererDetails> out;
+    for (const std::string& udn : m_impl->order) {
+        auto it = m_impl->devices.find(udn);
+        if (it != m_impl->devices.end()) out.push_back(it->second->details);
+    }
+    return out;
+}
+
+int UpnpControlPoint::details(const std::string& udn, RendererDetails* out) const {
+    std::lock_guard<std::mutex> g(m_impl->lock);
+    auto it = m_impl->devices.find(udn);
+    if (it == m_impl->devices.end() || it->second->state != Impl::State::kRenderer || out == nullptr) return 1;
+    *out = it->second->details;
+    return 0;
+}
+
+int UpnpControlPoint::subscribe(const std::string& udn) {
+    Impl& m = *m_impl;
+    std::string url;
+    int timeout;
+    {
+        std::lock_guard<std::mutex> g(m.lock);
+        auto it = m.devices.find(udn);
+        if (!m.started || it == m.devices.end() || it->second->state != Impl::State::kRenderer) return 1;
+        Impl::Device& d = *it->second;
+        if (!d.sid.empty() || d.subscribing) return 0;
+        const ServiceInfo* s = d.description.service(kAVTransport);
+        if (s == nullptr || s->eventSubUrl.empty()) return 0;  // a renderer without events is polled
+        url = s->eventSubUrl;
+        d.subscribing = true;
+        timeout = m.options.subscriptionSeconds;
+    }
+    // Runs on libupnp's threads; the answer arrives in subscribeDone.
+    int rc = UpnpSubscribeAsync(m.handle, url.c_str(), timeout, &Impl::subscribeDone, m_impl.get());
+    if (rc != UPNP_E_SUCCESS) {
+        logLine(DLOG_PRIO_ERROR, "subscribing to %s failed: %d (%s)", url.c_str(), rc, UpnpGetErrorMessage(rc));
+        std::lock_guard<std::mutex> g(m.lock);
+        auto it = m.devices.find(udn);
+        if (it != m.devices.end()) it->second->subscribing = false;
+        return rc;
+    }
+    return 0;
+}
+
+int UpnpControlPoint::sendAction(const std::string& udn, const ActionRequest& request,
+                                 const std::optional<std::string>& context) {
+    Impl& m = *m_impl;
+    const char* prefix = nullptr;
+    std::string soapAction;
+    std::vector<std::pair<std::string, std::string>> args;
+    if (!soapFor(request, &prefix, &soapAction, &args)) {
+        logLine(DLOG_PRIO_ERROR, "unknown or incomplete action \"%s\"", request.action.c_str());
+        return 1;
+    }
+    std::lock_guard<std::mutex> g(m.lock);
+    auto it = m.devices.find(udn);
+    if (!m.started || it == m.devices.end() || it->second->state != Impl::State::kRenderer) {
+        logLine(DLOG_PRIO_ERROR, "%s: no renderer %s", request.action.c_str(), udn.c_str());
+        return 1;
+    }
+    std::shared_ptr<Impl::Device> d = it->second;
+    const ServiceInfo* service = d->description.service(prefix);
+    if (service == nullptr) {
+        logLine(DLOG_PRIO_ERROR, "%s: renderer %s has no %s service", request.action.c_str(), udn.c_str(), prefix);
+        return 1;
+    }
+    ActionAnswer answer;
+    answer.udn = udn;
+    answer.action = request.action;
+    answer.context = context;
+    std::string controlUrl = service->controlUrl, serviceType = service->serviceType;
+    std::string body = soapEnvelope(serviceType, soapAction, args);
+    Impl* impl = &m;
+    bool queued = d->worker->post([impl, d, controlUrl, serviceType, soapAction, body, answer](bool run) mutable {
+        if (run) {
+            impl->runAction(d, controlUrl, serviceType, soapAction, body, answer);
+        } else if (d->gone) {
+            // The renderer left before its turn: the sender still gets an answer.
+            answer.error = kActionFailed;
+            answer.why = "the renderer left";
+            impl->post([impl, answer] {
+                if (impl->listener.commandResponse) impl->listener.commandResponse(answer);
+            });
+        }
+    });
+    return queued ? 0 : 1;
+}
+
+}  // namespace upnp
+}  // namespace camwifi
