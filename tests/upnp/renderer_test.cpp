@@ -60,9 +60,16 @@ public:
         all.insert(all.end(), argv.begin(), argv.end());
         m_pid = fork();
         if (m_pid == 0) {
-            int null = open("/dev/null", O_WRONLY);
-            dup2(null, 1);
-            dup2(null, 2);
+            // CAMWIFI_RENDERER_LOG_DIR keeps each renderer's output (its
+            // assertion text when it aborts) for a look after a failed run.
+            int out = -1;
+            if (const char* dir = getenv("CAMWIFI_RENDERER_LOG_DIR")) {
+                std::string file = std::string(dir) + "/" + argv[0] + "-" + std::to_string(getpid()) + ".log";
+                out = open(file.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644);
+            }
+            if (out < 0) out = open("/dev/null", O_WRONLY);
+            dup2(out, 1);
+            dup2(out, 2);
             std::vector<char*> args;
             for (auto& a : all) args.push_back(const_cast<char*>(a.c_str()));
             args.push_back(nullptr);
@@ -381,6 +388,29 @@ TEST_F(RendererTest, PhotoIsShownFetchedInFullFromTheStreamingServer) {
     EXPECT_TRUE(seen.waitFor(10000, [&] { return seen.sawState("PLAYING"); }));
     for (int i = 0; i < 100 && server.bytesSent() < static_cast<uint64_t>(st.st_size); ++i) usleep(50 * 1000);
     EXPECT_GE(server.bytesSent(), static_cast<uint64_t>(st.st_size));
+    EXPECT_TRUE(renderer->alive()) << "gmediarender has ended";
+}
+
+// gmediarender answers actions before its AVTransport has finished starting,
+// and a Play in that moment makes it abort. The control point leaves a
+// renderer that has just appeared alone until it has settled: Play sent the
+// moment the renderer is found works, and the renderer lives on.
+TEST_F(RendererTest, RendererJustStartedGetsItsFirstActionOnlyOnceSettled) {
+    ASSERT_EQ(server.start(kStreamingPort, {dcim()}), 0);
+    auto t0 = std::chrono::steady_clock::now();
+    startAndFindRenderer();
+    ActionRequest set = request("SetAVTransportURI");
+    set.uri = uriOf("clip.mp4");
+    ActionAnswer a = sendAndWait(set);
+    EXPECT_GE(std::chrono::steady_clock::now() - t0, std::chrono::milliseconds(kRendererSettleMs));
+    ASSERT_EQ(a.error, 0) << a.why;
+    ActionRequest play = request("Play");
+    play.speed = 1;
+    a = sendAndWait(play);
+    EXPECT_EQ(a.error, 0) << a.why << (renderer->alive() ? "" : " (gmediarender has ended)");
+    std::this_thread::sleep_for(std::chrono::milliseconds(500));
+    EXPECT_TRUE(renderer->alive()) << "gmediarender has ended";
+    EXPECT_EQ(sendAndWait(request("Stop")).error, 0);
 }
 
 TEST_F(RendererTest, VideoPlaysPausesResumesSeeksAndReportsItsPosition) {
@@ -432,6 +462,7 @@ TEST_F(RendererTest, VideoPlaysPausesResumesSeeksAndReportsItsPosition) {
     EXPECT_TRUE(seen.waitFor(15000, [&] {
         return !seen.transportStates.empty() && seen.transportStates.back() == "STOPPED";
     }));
+    EXPECT_TRUE(renderer->alive()) << "gmediarender has ended";
 }
 
 TEST_F(RendererTest, VolumeIsSetAndReadBack) {
@@ -526,6 +557,7 @@ TEST_F(RendererTest, RendererThatNeverAnswersFailsWithinTheActionTimeout) {
                         "LOCATION: http://198.51.100.1:49600/desc.xml\r\nNT: " + fakeUdn +
                         "\r\nNTS: ssdp:alive\r\nSERVER: Linux/1.0 UPnP/1.0 fake/1.0\r\nUSN: " + fakeUdn + "\r\n\r\n";
     bool found = false;
+    auto firstAlive = std::chrono::steady_clock::now();
     for (int i = 0; i < 20 && !found; ++i) {
         sendto(ssdp, alive.data(), alive.size(), 0, reinterpret_cast<sockaddr*>(&to), sizeof to);
         found = seen.waitFor(500, [&] { return !seen.deviceEvents.empty(); });
@@ -534,11 +566,13 @@ TEST_F(RendererTest, RendererThatNeverAnswersFailsWithinTheActionTimeout) {
     auto t0 = std::chrono::steady_clock::now();
     ASSERT_EQ(cp.sendAction(fakeUdn, request("Stop"), std::string("StopAction")), 0);
     ActionAnswer a;
-    ASSERT_TRUE(seen.answer("Stop", 1, kActionTimeoutMs + 5000, &a));
-    auto took = std::chrono::steady_clock::now() - t0;
+    ASSERT_TRUE(seen.answer("Stop", 1, kRendererSettleMs + kActionTimeoutMs + 5000, &a));
+    auto now = std::chrono::steady_clock::now();
     EXPECT_EQ(a.error, kActionFailed);
     EXPECT_EQ(a.context.value_or(""), "StopAction");
-    EXPECT_GE(took, std::chrono::milliseconds(kActionTimeoutMs - 500));
+    EXPECT_GE(now - t0, std::chrono::milliseconds(kActionTimeoutMs - 500));
+    // A renderer that has just appeared is left to settle before its first action.
+    EXPECT_GE(now - firstAlive, std::chrono::milliseconds(kRendererSettleMs + kActionTimeoutMs - 500));
     // A second request in flight when terminate comes is cut at once.
     ASSERT_EQ(cp.sendAction(fakeUdn, request("Play"), std::string("image")), 0);
     std::this_thread::sleep_for(std::chrono::milliseconds(200));
