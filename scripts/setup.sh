@@ -7,24 +7,49 @@
 #   scripts/setup.sh --upnp   also the real renderers and media tools of the
 #                             libupnp stack's tests (gmediarender, Rygel,
 #                             GStreamer plugins: a few hundred MB)
+#   scripts/setup.sh --pkg    also what makes and checks the packages and the
+#                             API reference (scripts/pkg.sh): Doxygen, lintian,
+#                             dpkg's development tools; with --arm as well,
+#                             the armhf libraries of the armhf tools package
+# The flags combine: scripts/setup.sh --arm --pkg --upnp.
 set -euo pipefail
 
 packages=(cmake make g++ gcc pkg-config libgtest-dev libgmock-dev
           libjpeg62-turbo-dev libsqlite3-dev iproute2 curl python3 binutils
           clang libclang-rt-14-dev)
+# The host DLNA stack reads XML with libupnp's parser (ixml), and the real
+# DLNA stack is built on libupnp.
+packages+=(libupnp-dev)
 # phone-sim's HTTP server (tools/phone-sim): a library the camera side does not use.
 packages+=(libcpp-httplib-dev)
-# The real DLNA stack is built on libupnp (small; always needed to build).
-packages+=(libupnp-dev)
-if [[ " $* " == *" --upnp "* ]]; then
+arm=0 pkg=0 upnp=0
+for flag in "$@"; do
+  case "$flag" in
+    --arm) arm=1 ;;
+    --pkg) pkg=1 ;;
+    --upnp) upnp=1 ;;
+    *) echo "usage: $0 [--arm] [--pkg] [--upnp]" >&2; exit 2 ;;
+  esac
+done
+if [[ $upnp -eq 1 ]]; then
   packages+=(gmediarender rygel rygel-playbin gstreamer1.0-tools gstreamer1.0-plugins-base
              gstreamer1.0-plugins-good gstreamer1.0-plugins-ugly gstreamer1.0-libav)
 fi
-arm=0
-if [[ " $* " == *" --arm "* ]]; then
-  arm=1
+if [[ $arm -eq 1 ]]; then
   packages+=(g++-arm-linux-gnueabihf qemu-user libgtest-dev:armhf libgmock-dev:armhf
              libjpeg62-turbo-dev:armhf libsqlite3-dev:armhf libstdc++6:armhf)
+  # libupnp's -dev package cannot be installed for two architectures at once
+  # (one generated header differs): the armhf build takes the build
+  # machine's headers and these armhf runtime libraries.
+  packages+=(libupnp13:armhf libixml10:armhf)
+fi
+if [[ $pkg -eq 1 ]]; then
+  # dpkg-dev: dpkg-shlibdeps and dpkg-architecture, which CPack and the
+  # package checks call; file: lintian's own helper.
+  packages+=(doxygen lintian dpkg-dev file gzip ccache)
+  if [[ $arm -eq 1 ]]; then
+    packages+=(libcpp-httplib-dev:armhf)
+  fi
 fi
 
 native="$(dpkg --print-architecture)"

@@ -470,9 +470,6 @@ typedef struct ZEBList_s* ZEB_LIST;
 ZEB_LIST ZEBListCreate(void);
 /* Appends item (not null). 0 on success. */
 ZEB_ERROR_CODE ZEBListAppend(ZEB_LIST list, void* item);
-unsigned int ZEBListCount(ZEB_LIST list);
-/* The item at index (0 = first), or null. */
-void* ZEBListGetAt(ZEB_LIST list, unsigned int index);
 /* Releases the list (not its items); null is ignored. */
 void ZEBListDestroy(ZEB_LIST list);
 

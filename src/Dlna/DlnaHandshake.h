@@ -25,9 +25,11 @@ public:
     // Blocks until posted (a signal does not end the wait): 0 with the answer
     // stored through answer (when not null), or -1 with errno set (EINVAL when
     // there is no semaphore). A wait that finds nothing posted forgets the
-    // last answer first; one that finds a post pending gets its answer. The
-    // check and the reset are one step with post, so no answer is lost
-    // between them.
+    // last answer first; one that finds a post pending gets its answer: the
+    // user (or the phone) may well answer before the UI gets round to
+    // waiting, and resetting unconditionally would turn that answer into
+    // "no answer" although the post wakes the wait at once. The check and
+    // the reset are one step with post, so no answer is lost between them.
     int wait(int* answer);
     // Stores answer and adds one to the count; false when there is no semaphore.
     bool post(int answer);

@@ -19,6 +19,8 @@
 #include "nasl_wifi.h"
 #include "zeb_stack.h"
 
+std::atomic<int> gDmsStartFinishWaitMs{10000};
+
 namespace {
 
 // "No answer yet" in the user start value.
@@ -34,11 +36,23 @@ std::mutex gPhoneAddressLock;
 std::string gSmartphoneLinkIPAddr;
 
 // A start thread still preparing the server would use the stack while it is
-// taken down: it is cancelled and given time to finish first.
+// taken down: it is cancelled and waited for first, for a bounded time, so
+// that a start that cannot end (a UI callback that does not return) cannot
+// hold the terminate for ever. A start that outlives the wait ends on its
+// own, with the cancelled report. The cancel is made again when a start that
+// had not yet begun cleared it.
 void finishStartThreads() {
     if (DlnaDmsStartThreadsRunning() == 0) return;
     DlnaDmsCancel();
-    for (int i = 0; i < 1000 && DlnaDmsStartThreadsRunning() > 0; ++i) SPGenericThread::sleep(10);
+    const int limitMs = gDmsStartFinishWaitMs.load();
+    for (int waitedMs = 0; DlnaDmsStartThreadsRunning() > 0; waitedMs += 10) {
+        if (waitedMs >= limitMs) {
+            DLNA_LOG_E_LOGONLY(DLNA_TAG, "ERR: DlnaDmsStartThread still running");
+            return;
+        }
+        if (!gDmsCancelRequested) DlnaDmsCancel();
+        SPGenericThread::sleep(10);
+    }
 }
 
 // Teardown shared by both links: each part that was brought up, once.

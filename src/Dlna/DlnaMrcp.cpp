@@ -38,6 +38,7 @@ std::atomic<int> gMrcpStopActionFlag{kMrcpActionIdle};
 std::atomic<int> gMrcpPlayActionFlag{kMrcpActionIdle};
 std::atomic<int> gMrcpShowActionFlag{kMrcpActionIdle};
 std::atomic<bool> gMrcpStarted{false};
+std::atomic<bool> gMrcpCallbacksOpen{false};
 std::atomic<int> gMrcpListWaitMs{2000};
 
 namespace {
@@ -67,7 +68,8 @@ std::atomic<bool> gShowReady{true};
 std::atomic<bool> gDmrSelected{false};
 std::atomic<int> gSelectedDmrIndex{0};
 
-// Guarded by MrcpLock().
+// Guarded by MrcpLock(). The list keeps its rows until the next list call
+// writes them again (a terminate does not forget them either).
 DmrListEntry gDmrList[DLNA_MRCP_MAX_DMR];
 int gDmrListCount = 0;
 std::string gPendingPhotoPath;
@@ -90,9 +92,23 @@ const char* const kDashes = "------------------------------------";
 
 }  // namespace
 
-std::recursive_mutex& MrcpLock() {
-    static std::recursive_mutex* lock = new std::recursive_mutex;  // used by stack threads until exit
+std::mutex& MrcpLock() {
+    static std::mutex* lock = new std::mutex;  // used by stack threads until exit
     return *lock;
+}
+
+std::string MrcpChosenUdn() {
+    std::lock_guard<std::mutex> g(MrcpLock());
+    return gSelectedDmrUDN;
+}
+
+void MrcpForgetRenderers() {
+    std::lock_guard<std::mutex> g(MrcpLock());
+    gDmrSelected = false;
+    gSelectedDmrIndex = 0;
+    gSelectedDmrUDN[0] = '\0';
+    memset(gDmrList, 0, sizeof gDmrList);
+    gDmrListCount = 0;
 }
 
 MrcpCallbackScope::MrcpCallbackScope() {
@@ -111,8 +127,7 @@ void MrcpSendEventToUI(ZEB_CALLBACK_EVENT event, void* value, int length) {
 
 ZEB_ERROR_CODE MrcpSendAction(MrcpSender send, const char* action, const char* context,
                               const std::function<ZEB_ERROR_CODE(stZEBAppList*)>& fill, const char* udn) {
-    std::lock_guard<std::recursive_mutex> g(MrcpLock());
-    std::string target = udn && *udn ? udn : gSelectedDmrUDN;
+    const std::string target = udn && *udn ? udn : MrcpChosenUdn();
     if (target.empty()) return -1;
     stZEBAppList* request = nullptr;
     if (HZebMRCPAllocRequestResources(&request) != 0 || request == nullptr) return -1;
@@ -138,7 +153,7 @@ char* __GetMyIP() {
     int r = ioctl(fd, SIOCGIFCONF, &conf);
     close(fd);
     if (r < 0) return nullptr;
-    std::lock_guard<std::recursive_mutex> g(MrcpLock());
+    std::lock_guard<std::mutex> g(MrcpLock());
     snprintf(gMyIP, sizeof gMyIP, "0.0.0.0");
     int count = conf.ifc_len / static_cast<int>(sizeof(struct ifreq));
     for (int i = 0; i < count; ++i) {
@@ -160,11 +175,15 @@ extern "C" int DlnaGetContentUri(const char* path, char** uri) {
     *uri = nullptr;
     // A missing path would name no file at all: the URL would be empty of content.
     if (path == nullptr || *path == '\0') return 805;
-    std::lock_guard<std::recursive_mutex> g(MrcpLock());
     // "0.0.0.0" still makes a URL (a camera whose only link is loopback, as
     // in a simulator); only unreadable interfaces mean no address.
-    const char* ip = __GetMyIP();
-    if (ip == nullptr) return 801;
+    const char* myIp = __GetMyIP();
+    if (myIp == nullptr) return 801;
+    std::string ip;
+    {
+        std::lock_guard<std::mutex> g(MrcpLock());
+        ip = myIp;
+    }
     char* port = ZEBGetConfigurationMA("HTTPStreamingPort");
     if (port == nullptr) return 802;
     std::string base = std::string("http://") + ip + ":" + port;
@@ -270,7 +289,8 @@ int sendTransportUri(const TransportUriTexts& t, const char* path, const char* u
         MRCP_ERR_AS(t.function, "[MRCP ERR] DLNAPlayFile(), SetActionRequest() failed!!!");
     } else {
         MRCP_LOG_AS(t.function, "[MRCP] Sending Set AV Transport URI action");
-        ZEB_ERROR_CODE r = ZEBMRCPSetAVTransportURI(gMrcpProfileID.load(), gSelectedDmrUDN, request, kind);
+        const std::string udn = MrcpChosenUdn();
+        ZEB_ERROR_CODE r = ZEBMRCPSetAVTransportURI(gMrcpProfileID.load(), udn.c_str(), request, kind);
         if (r != 0) MRCP_ERR_AS(t.function, t.sendFailed, r);
         else sent = 1;
     }
@@ -298,19 +318,25 @@ int sendUiCommand(const char* function, MrcpSender send, const char* action, con
 
 int Mrcp_SetAvtransportUrl() {
     MRCP_TRACE();
-    std::lock_guard<std::recursive_mutex> g(MrcpLock());
-    DLNA_LOG_I(DLNA_TAG, "[MRCP] Mrcp_SetAvtransportUrl(), File to play  = %s", gPendingPhotoPath.c_str());
+    std::string path;
+    {
+        std::lock_guard<std::mutex> g(MrcpLock());
+        path = gPendingPhotoPath;
+    }
+    DLNA_LOG_I(DLNA_TAG, "[MRCP] Mrcp_SetAvtransportUrl(), File to play  = %s", path.c_str());
     char* uri = nullptr;
-    int r = DlnaGetContentUri(gPendingPhotoPath.c_str(), &uri);
+    int r = DlnaGetContentUri(path.c_str(), &uri);
     if (r != 0) {
         DLNA_LOG_E_LOGONLY(DLNA_TAG, "[MRCP ERR] DLNAPlayFile(), ZEBGetContentURI() failed!!![%d]", r);
         return 0;
     }
-    int sent = sendTransportUri(kShowFileTexts, gPendingPhotoPath.c_str(), uri);
-    free(uri);
     // The photo is on its way: no next one until the renderer plays it
-    // (EVT_MRCP_SHOW_READY).
-    if (sent) gShowReady = false;
+    // (EVT_MRCP_SHOW_READY). Cleared before the send, since the answers may
+    // come back, up to that SHOW_READY, before the send returns.
+    const bool wasReady = gShowReady.exchange(false);
+    int sent = sendTransportUri(kShowFileTexts, path.c_str(), uri);
+    free(uri);
+    if (!sent) gShowReady = wasReady;
     return sent;
 }
 
@@ -327,8 +353,7 @@ void MrcpExceptionNotification(int /*id*/, stZEBAppList* info) {
 
 void MrcpDeviceInfoNotification(int /*id*/, char* type, ZEB_ERROR_CODE /*error*/, stZEBAppList* info) {
     MrcpCallbackScope scope;
-    std::lock_guard<std::recursive_mutex> g(MrcpLock());
-    if (type != nullptr && info != nullptr && gMrcpStarted) {
+    if (type != nullptr && info != nullptr && gMrcpCallbacksOpen) {
         const char* name = nullptr;
         const char* udn = nullptr;
         HZebMRCPRQGetDeviceName(info, &name);
@@ -338,7 +363,7 @@ void MrcpDeviceInfoNotification(int /*id*/, char* type, ZEB_ERROR_CODE /*error*/
             if (udn != nullptr) {
                 ZEBMRCPSubscribeDevice(gMrcpProfileID.load(), udn);
                 // The answer names the renderer by this context.
-                std::string context = udn;
+                const std::string context = udn;
                 MrcpSendAction(ZEBMRCPGetProtocolInfo, "GetProtocolInfo", context.c_str(), nullptr, udn);
             }
             gShowReady = true;
@@ -351,7 +376,8 @@ void MrcpDeviceInfoNotification(int /*id*/, char* type, ZEB_ERROR_CODE /*error*/
             DLNA_LOG_I(DLNA_TAG, "[Removing DMR..] Type : %s UDN : %s ", type, orEmpty(udn));
             gShowReady = true;
             // Over the chosen UDN's length: with none chosen every departure matches.
-            if (strncasecmp(orEmpty(udn), gSelectedDmrUDN, strlen(gSelectedDmrUDN)) == 0) {
+            const std::string chosen = MrcpChosenUdn();
+            if (strncasecmp(orEmpty(udn), chosen.c_str(), chosen.size()) == 0) {
                 DLNA_LOG_I(DLNA_TAG, "the selected DMR is disappeared in the Network");
                 if (gMrcpCallback.load() != nullptr) {
                     DLNA_LOG_I(DLNA_TAG,
@@ -399,16 +425,13 @@ int DlnaMrcpStart(ZEB_UI_CALLBACK callback) {
         DLNA_LOG_I(DLNA_TAG, "HTTP Stream Thread is already initialized");
     }
 
-    {
-        std::lock_guard<std::recursive_mutex> g(MrcpLock());
-        gShowReady = true;
-        gMrcpStopActionFlag = kMrcpActionIdle;
-        gMrcpPlayActionFlag = kMrcpActionIdle;
-        gMrcpShowActionFlag = kMrcpActionIdle;
-        gMrcpProfileID = kMrcpNoProfile;
-        // A new session starts with a renderer that plays nothing.
-        MrcpResetPlaybackState();
-    }
+    gShowReady = true;
+    gMrcpStopActionFlag = kMrcpActionIdle;
+    gMrcpPlayActionFlag = kMrcpActionIdle;
+    gMrcpShowActionFlag = kMrcpActionIdle;
+    gMrcpProfileID = kMrcpNoProfile;
+    // A new session starts with a renderer that plays nothing.
+    MrcpResetPlaybackState();
 
     std::string configDir = DlnaFixedPath(DLNA_MRCP_CONFIG_DIR);
     if (ZEBCheckFileState(configDir.c_str(), kMrcpConfigFiles, kMrcpConfigFileCount) == 0) {
@@ -427,6 +450,10 @@ int DlnaMrcpStart(ZEB_UI_CALLBACK callback) {
         DLNA_LOG_E_LOGONLY(DLNA_TAG, "Error : gMSCPConnectionID=%d", profile);
         return 0;
     }
+    // From here the stack may call back at any time: a renderer it finds
+    // while it starts (below) must be subscribed to, asked for its protocols
+    // and shown to the UI like any later one.
+    gMrcpCallbacksOpen = true;
     char* portText = ZEBGetConfigurationMA("HTTPStreamingPort");
     if (portText == nullptr) {
         DLNA_LOG_E_LOGONLY(DLNA_TAG, "[%s]Failed to get HTTPStreamingPort from UpnpConfig ", __FUNCTION__);
@@ -449,26 +476,18 @@ int DlnaMrcpStart(ZEB_UI_CALLBACK callback) {
 
 int DlnaMrcpTerminate(void) {
     DLNA_LOG_I(DLNA_TAG, "DlnaMrcpTerminate() ENTER");
-    bool started;
-    {
-        // No response, event or timer acts from here on; a handler already
-        // waiting for the lock finds the control point stopped.
-        std::lock_guard<std::recursive_mutex> g(MrcpLock());
-        started = gMrcpStarted.exchange(false);
-        MrcpTimerTerminate();
-        TransportInfoTimerTerminate();
-        // The next session lists the renderers afresh and chooses again.
-        gDmrSelected = false;
-        gSelectedDmrUDN[0] = '\0';
-        gDmrListCount = 0;
-    }
+    // No response, event or timer acts from here on. The chosen renderer, its
+    // UDN and the renderer list stay: the next start finds them as they were.
+    gMrcpCallbacksOpen = false;
+    const bool started = gMrcpStarted.exchange(false);
+    MrcpTimerTerminate();
+    TransportInfoTimerTerminate();
     DLNAStopThread();
     if (gDlnaHTTPInitialized.exchange(false)) {
         ZEBHTTPTerminate();
         DLNA_LOG_I(DLNA_TAG, "ZEBHTTP Terminated");
     }
-    // The stack returns from these once no callback of the profile runs:
-    // called without the lock, which such a callback may be waiting for.
+    // The stack returns from these once no callback of the profile runs.
     if (started) ZEBMRCPStop(gMrcpProfileID.load());
     if (gMrcpProfileID.load() != kMrcpNoProfile) {
         ZEBMRCPTerminate(gMrcpProfileID.load());
@@ -480,7 +499,9 @@ int DlnaMrcpTerminate(void) {
     }
     HTTPStreamingServerTerminate();
     // A timer handler that fired just before its timer was deleted may still
-    // be on its way out (it does nothing now): let it leave.
+    // be on its way out (it does nothing now): let it leave, for a bounded
+    // time. A timer it re-armed meanwhile was deleted already, and one it
+    // creates now is deleted again by itself (the callbacks are closed).
     for (int waited = 0; gCallbacksRunning.load() > tCallbackDepth && waited < kCallbackDrainMs; waited += 5)
         SPGenericThread::sleep(5);
     if (NASLWifi_DestroyFileList() == 0)
@@ -493,7 +514,6 @@ int DlnaMrcpGetDmrList(int* count, DmrListEntry** list) {
     DLNA_LOG_I(DLNA_TAG, "DlnaMrcpGetDmrList() ENTER");
     // Renderers answer the search within this time.
     SPGenericThread::sleep(static_cast<unsigned int>(gMrcpListWaitMs.load()));
-    std::lock_guard<std::recursive_mutex> g(MrcpLock());
     stZEBAppList* response = nullptr;
     if (ZEBMRCPGetDeviceList(gMrcpProfileID.load(), &response) != 0) {
         DLNA_LOG_E_LOGONLY(DLNA_TAG, "[K700 ERR] DLNAGetDMRList(), ZEBMRCPGetDeviceList() failed!!!");
@@ -519,6 +539,10 @@ int DlnaMrcpGetDmrList(int* count, DmrListEntry** list) {
         // The list has room for DLNA_MRCP_MAX_DMR rows; renderers beyond are
         // not listed.
         int rows = devices < 0 ? 0 : (devices > DLNA_MRCP_MAX_DMR ? DLNA_MRCP_MAX_DMR : devices);
+        // Read from the stack into rows of our own, then published at once:
+        // a failed read leaves the list as it was.
+        DmrListEntry read[DLNA_MRCP_MAX_DMR];
+        memset(read, 0, sizeof read);
         result = 1;
         for (int i = 1; i <= rows; ++i) {
             const char* name = nullptr;
@@ -529,8 +553,7 @@ int DlnaMrcpGetDmrList(int* count, DmrListEntry** list) {
                 result = 0;
                 break;
             }
-            DmrListEntry& row = gDmrList[i - 1];
-            memset(&row, 0, sizeof row);
+            DmrListEntry& row = read[i - 1];
             row.index = i - 1;
             copyText(row.name, sizeof row.name, name);
             copyText(row.udn, sizeof row.udn, udn);
@@ -539,7 +562,11 @@ int DlnaMrcpGetDmrList(int* count, DmrListEntry** list) {
             DLNA_LOG_I(DLNA_TAG, "%s", kDashes);
         }
         if (result) {
-            gDmrListCount = rows;
+            {
+                std::lock_guard<std::mutex> g(MrcpLock());
+                memcpy(gDmrList, read, sizeof(DmrListEntry) * static_cast<size_t>(rows));
+                gDmrListCount = rows;
+            }
             if (count != nullptr) *count = rows;
             if (list != nullptr) *list = gDmrList;
         }
@@ -551,22 +578,27 @@ int DlnaMrcpGetDmrList(int* count, DmrListEntry** list) {
 
 int DlnaMrcpSetDmr(int index, const char* udn) {
     DLNA_LOG_I(DLNA_TAG, "deviceID =%d, pDeviceUDN = %s", index, orEmpty(udn));
-    std::lock_guard<std::recursive_mutex> g(MrcpLock());
-    // Only rows of the last list exist; anything else would read a stale or
-    // foreign row.
-    if (index < 0 || index >= gDmrListCount) {
+    // The list has DLNA_MRCP_MAX_DMR rows; another index names none.
+    if (index < 0 || index >= DLNA_MRCP_MAX_DMR) {
         DLNA_LOG_E_LOGONLY(DLNA_TAG, "[MRCP ERR] DLNASetDMR(), no renderer at row %d", index);
-        return 0;
+        return 1;
     }
-    gSelectedDmrIndex = index;
-    memcpy(gSelectedDmrUDN, gDmrList[index].udn, sizeof gSelectedDmrUDN);
-    gDmrSelected = true;
-    ZEBMRCPSubscribeDevice(gMrcpProfileID.load(), gSelectedDmrUDN);
+    char chosen[sizeof gSelectedDmrUDN];
+    {
+        std::lock_guard<std::mutex> g(MrcpLock());
+        gSelectedDmrIndex = index;
+        // The row's UDN, not the argument: the row is what the UI was shown.
+        memcpy(gSelectedDmrUDN, gDmrList[index].udn, sizeof gSelectedDmrUDN);
+        gSelectedDmrUDN[sizeof gSelectedDmrUDN - 1] = '\0';
+        memcpy(chosen, gSelectedDmrUDN, sizeof chosen);
+        gDmrSelected = true;
+    }
+    ZEBMRCPSubscribeDevice(gMrcpProfileID.load(), chosen);
     gShowReady = true;
     gMrcpStopActionFlag = kMrcpActionIdle;
     gMrcpPlayActionFlag = kMrcpActionIdle;
     gMrcpShowActionFlag = kMrcpActionIdle;
-    DLNA_LOG_I(DLNA_TAG, "[MRCP] DLNASetDMR(), gnSelectedDmrUDN=%s", gSelectedDmrUDN);
+    DLNA_LOG_I(DLNA_TAG, "[MRCP] DLNASetDMR(), gnSelectedDmrUDN=%s", chosen);
     return 1;
 }
 
@@ -578,15 +610,19 @@ int DlnaGetDmrStatus(void) {
 
 int DlnaMrcpGetDeviceInformation(DeviceInfo* info, int index) {
     if (info == nullptr) return 0;
-    std::lock_guard<std::recursive_mutex> g(MrcpLock());
-    if (index < 0 || index >= gDmrListCount) {
+    std::string udn;
+    {
+        std::lock_guard<std::mutex> g(MrcpLock());
+        if (index >= 0 && index < gDmrListCount) udn = gDmrList[index].udn;
+    }
+    if (udn.empty()) {
         DLNA_LOG_E_LOGONLY(DLNA_TAG, "[DMCUI] no renderer at row %d", index);
         return 0;
     }
     stZEBMRCPDeviceDetails details;
     memset(&details, 0, sizeof details);
-    if (ZEBMRCPGetDeviceDetails(gMrcpProfileID.load(), gDmrList[index].udn, &details) != 0) {
-        DLNA_LOG_E_LOGONLY(DLNA_TAG, "[DMCUI] ZEBMRCPGetDeviceDetails() failed for %s", gDmrList[index].udn);
+    if (ZEBMRCPGetDeviceDetails(gMrcpProfileID.load(), udn.c_str(), &details) != 0) {
+        DLNA_LOG_E_LOGONLY(DLNA_TAG, "[DMCUI] ZEBMRCPGetDeviceDetails() failed for %s", udn.c_str());
         return 0;
     }
     memset(info, 0, sizeof *info);
@@ -609,7 +645,6 @@ int DlnaMrcpGetDeviceInformation(DeviceInfo* info, int index) {
 
 int DlnaMrcpPlayFile(const char* path) {
     MRCP_TRACE();
-    std::lock_guard<std::recursive_mutex> g(MrcpLock());
     if (!gDmrSelected) {
         DLNA_LOG_E_LOGONLY(DLNA_TAG, "[MRCP ERR] DLNAPlayFile(), DMR is not selected!!");
         return 0;
@@ -629,42 +664,55 @@ int DlnaMrcpPlayFile(const char* path) {
 
 int DlnaMrcpShowFile(const char* path) {
     MRCP_TRACE();
-    std::lock_guard<std::recursive_mutex> g(MrcpLock());
     if (!gDmrSelected) {
         DLNA_LOG_E_LOGONLY(DLNA_TAG, "[MRCP ERR] DLNAMrcpShowFile(), DMR is not selected!!");
         return 0;
     }
-    if (!gShowReady) {
-        DLNA_LOG_E_LOGONLY(DLNA_TAG,
-                           "[MRCP ERR] DLNAMrcpShowFile(), Last ShowFile is ongoing.. Wait for SHOWREADY Event ");
-        return 0;
+    int stopBefore = kMrcpActionIdle;
+    int showBefore = kMrcpActionIdle;
+    {
+        // The busy rules and the marking are one step: of two calls at once
+        // only one sends its Stop.
+        std::lock_guard<std::mutex> g(MrcpLock());
+        if (!gShowReady) {
+            DLNA_LOG_E_LOGONLY(DLNA_TAG,
+                               "[MRCP ERR] DLNAMrcpShowFile(), Last ShowFile is ongoing.. Wait for SHOWREADY Event ");
+            return 0;
+        }
+        // These two refuse and still clear show-ready: the UI then waits for the
+        // SHOWREADY that ends the pending action.
+        if (gMrcpStopActionFlag == kMrcpActionSent) {
+            gShowReady = false;
+            DLNA_LOG_E_LOGONLY(DLNA_TAG,
+                               "[MRCP ERR] DLNAMrcpShowFile(), Last STOP is not over yet. Wait until it is over");
+            return 0;
+        }
+        if (gMrcpPlayActionFlag == kMrcpActionSent) {
+            gShowReady = false;
+            DLNA_LOG_E_LOGONLY(DLNA_TAG,
+                               "[MRCP ERR] Mrcp_SetAvtransportUrl(), Last PLAY is not over yet. Wait until it is over");
+            return 0;
+        }
+        if (path == nullptr || *path == '\0') {
+            DLNA_LOG_E_LOGONLY(DLNA_TAG, "[MRCP ERR] DLNAMrcpShowFile(), no file given");
+            return 0;
+        }
+        gPendingPhotoPath = path;
+        // Marked before the Stop goes out: its answer may arrive before the
+        // send returns, and it must find this Stop to be the photo's.
+        stopBefore = gMrcpStopActionFlag.exchange(kMrcpActionSent);
+        showBefore = gMrcpShowActionFlag.exchange(kMrcpActionSent);
     }
-    // These two refuse and still clear show-ready: the UI then waits for the
-    // SHOWREADY that ends the pending action.
-    if (gMrcpStopActionFlag == kMrcpActionSent) {
-        gShowReady = false;
-        DLNA_LOG_E_LOGONLY(DLNA_TAG,
-                           "[MRCP ERR] DLNAMrcpShowFile(), Last STOP is not over yet. Wait until it is over");
-        return 0;
-    }
-    if (gMrcpPlayActionFlag == kMrcpActionSent) {
-        gShowReady = false;
-        DLNA_LOG_E_LOGONLY(DLNA_TAG,
-                           "[MRCP ERR] Mrcp_SetAvtransportUrl(), Last PLAY is not over yet. Wait until it is over");
-        return 0;
-    }
-    if (path == nullptr || *path == '\0') {
-        DLNA_LOG_E_LOGONLY(DLNA_TAG, "[MRCP ERR] DLNAMrcpShowFile(), no file given");
-        return 0;
-    }
-    gPendingPhotoPath = path;
     ZEB_ERROR_CODE r = MrcpSendAction(ZEBMRCPAVStop, "Stop", "StopAction");
     if (r != 0) {
+        // Nothing went out: the flags are as they were.
+        int sent = kMrcpActionSent;
+        gMrcpStopActionFlag.compare_exchange_strong(sent, stopBefore);
+        sent = kMrcpActionSent;
+        gMrcpShowActionFlag.compare_exchange_strong(sent, showBefore);
         DLNA_LOG_E_LOGONLY(DLNA_TAG, "[MRCP ERR] DlnaMrcpShowFile(), ZEBMRCPAVStop() failed!!!- %d", r);
         return 0;
     }
-    gMrcpStopActionFlag = kMrcpActionSent;
-    gMrcpShowActionFlag = kMrcpActionSent;
     DLNA_LOG_I(DLNA_TAG, "[MRCP] DlnaMrcpShowFile(), ZEBMRCPAVStop() has started!!");
     return 1;
 }
@@ -709,37 +757,35 @@ int DlnaMrcpGetPositionInfo(void) {
                          "ZEBMRCPGetPlayPositioninfo has started!!", "ZEBMRCPGetPlayPositioninfo failed!!!- %d");
 }
 
-int DlnaMrcpSetVolume(const char* udn, int volume) {
+// The volume goes to the chosen renderer, as every other request does; the
+// udn argument names nothing.
+int DlnaMrcpSetVolume(const char* /*udn*/, int volume) {
     MRCP_TRACE();
     // RenderingControl's Volume runs from 0 to 100.
     if (volume < 0 || volume > 100) {
         DLNA_LOG_E_LOGONLY(DLNA_TAG, "[MRCP ERR] DlnaMrcpSetVolume(), volume %d out of 0..100", volume);
         return 0;
     }
-    ZEB_ERROR_CODE r = MrcpSendAction(
-        ZEBMRCPSetVolume, "SetVolume", "VolumeAction",
-        [volume](stZEBAppList* rq) {
-            ZEB_ERROR_CODE e = HZebMRCPRQSetChannel(rq, "Master");
-            return e != 0 ? e : HZebMRCPRQSetVolume(rq, volume);
-        },
-        udn);
+    ZEB_ERROR_CODE r = MrcpSendAction(ZEBMRCPSetVolume, "SetVolume", "VolumeAction", [volume](stZEBAppList* rq) {
+        ZEB_ERROR_CODE e = HZebMRCPRQSetChannel(rq, "Master");
+        return e != 0 ? e : HZebMRCPRQSetVolume(rq, volume);
+    });
     if (r != 0) DLNA_LOG_E_LOGONLY(DLNA_TAG, "[MRCP ERR] DlnaMrcpSetVolume(), ZEBMRCPSetVolume() failed!!!- %d", r);
     return r == 0 ? 1 : 0;
 }
 
-int DlnaMrcpGetVolume(const char* udn) {
+int DlnaMrcpGetVolume(const char* /*udn*/) {
     MRCP_TRACE();
-    ZEB_ERROR_CODE r = MrcpSendAction(
-        ZEBMRCPGetVolume, "GetVolume", "VolumeAction",
-        [](stZEBAppList* rq) { return HZebMRCPRQSetChannel(rq, "Master"); }, udn);
+    ZEB_ERROR_CODE r = MrcpSendAction(ZEBMRCPGetVolume, "GetVolume", "VolumeAction",
+                                      [](stZEBAppList* rq) { return HZebMRCPRQSetChannel(rq, "Master"); });
     if (r != 0) DLNA_LOG_E_LOGONLY(DLNA_TAG, "[MRCP ERR] DlnaMrcpGetVolume(), ZEBMRCPGetVolume() failed!!!- %d", r);
     return r == 0 ? 1 : 0;
 }
 
 int DlnaMrcpGetRendererState(const char* udn) {
     DLNA_LOG_I(DLNA_TAG, "DlnaMrcpGetRendererState() ENTER , UDN = %s ", orEmpty(udn));
-    std::lock_guard<std::recursive_mutex> g(MrcpLock());
-    if (udn == nullptr || gSelectedDmrUDN[0] == '\0' || strcasecmp(udn, gSelectedDmrUDN) != 0) return -1;
+    const std::string chosen = MrcpChosenUdn();
+    if (udn == nullptr || chosen.empty() || strcasecmp(udn, chosen.c_str()) != 0) return -1;
     MediaRendererState state;
     GetPlayerState(state);
     return state;
@@ -753,3 +799,5 @@ int MrcpSetShowReadyFlag(bool ready) {
 bool MrcpGetShowReadyFlag(void) { return gShowReady.load(); }
 
 }  // extern "C"
+
+bool MrcpExchangeShowReadyFlag(bool ready) { return gShowReady.exchange(ready); }

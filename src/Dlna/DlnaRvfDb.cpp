@@ -31,6 +31,7 @@
 #include "zeb_stack.h"
 
 std::atomic<bool> gDBCancelled{false};
+std::atomic<int> gDBThreadFinishWaitMs{30000};
 
 namespace {
 
@@ -42,10 +43,8 @@ constexpr int kRvfShareStatus = 8;
 // Final reports of a build (event 92).
 enum { kBuildReady = 0, kBuildFailed = 1, kBuildCancelled = 2 };
 
-// How long a terminate waits for a cancelled build before giving up on it,
-// and how often it repeats the cancel meanwhile (a cancel that reaches the
-// thread before its start is forgotten by the start).
-constexpr auto kFinishTimeout = std::chrono::seconds(30);
+// How often a terminate repeats the cancel while it waits for a build (a
+// cancel that reaches the thread before its start is forgotten by the start).
 constexpr auto kCancelRepeat = std::chrono::milliseconds(100);
 
 struct DbThreadArgs {
@@ -221,10 +220,13 @@ void RvfFinishDBThreads() {
     const pid_t self = static_cast<pid_t>(syscall(SYS_gettid));
     DbThreads& t = dbThreads();
     std::unique_lock<std::mutex> l(t.lock);
-    const auto giveUp = std::chrono::steady_clock::now() + kFinishTimeout;
+    // Bounded: a build that cannot end (a UI callback that does not return)
+    // must not hold the terminate for ever.
+    const auto giveUp = std::chrono::steady_clock::now() + std::chrono::milliseconds(gDBThreadFinishWaitMs.load());
     while (t.running > own) {
         if (std::chrono::steady_clock::now() >= giveUp) {
-            // Left running, it touches nothing that the terminate frees.
+            // Left running, it touches nothing that the terminate frees; it
+            // ends with the cancelled report, which the UI no longer hears.
             DLNA_LOG_E_LOGONLY(DLNA_TAG, "DlnaDBThread still running");
             return;
         }

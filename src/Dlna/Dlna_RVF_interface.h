@@ -69,7 +69,11 @@ void RvfStopService(bool streamingStopStatus);
 // Camera event 40: starts the detached "DlnaDBThread". Returns 1.
 int RvfStartDBThread();
 // Cancels a database build in progress and waits until every database thread
-// has finished (used by the terminates before they take the service down).
+// has finished (used by the terminates before they take the service down),
+// at most gDBThreadFinishWaitMs.
 void RvfFinishDBThreads();
+// How long a terminate waits for a cancelled database build before it goes
+// on without it, in milliseconds (30000; tests shorten it).
+extern std::atomic<int> gDBThreadFinishWaitMs;
 
 #endif

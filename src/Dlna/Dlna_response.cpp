@@ -5,6 +5,13 @@
 // position poll every 2 seconds; PAUSED sends PLAY_PAUSED, the next PLAYING
 // PLAY_RESUMED; STOPPED sends PLAY_COMPLETE and ends both timers; a stop the
 // UI ordered is answered with PLAY_STOP.
+//
+// No handler holds a lock while it calls the UI or the stack (DlnaMrcp.h
+// says why). Each one settles the state first (busy flags, show-ready, the
+// timers it stops) and tells the UI afterwards: a UI that answers an event
+// at once, from another thread, finds the control point ready for its next
+// call. Polls that bring new events (the position) start after the event
+// that announces them.
 #include "Dlna/Dlna_response.h"
 
 #include <strings.h>
@@ -27,7 +34,9 @@ namespace {
 // Polling period of both timers.
 constexpr int kPollSeconds = 2;
 
-// Guarded by MrcpLock().
+// Guarded by MrcpLock(). A timer handle is taken out of its slot under the
+// lock and deleted after it; a new one is put in only while the callbacks
+// are open, so no timer outlives a terminate.
 MediaRendererState gPlayerState = STOPPED;
 int gMrcpTimerHandle = 0;           // "MrcpTimer"
 int gTransportInfoTimerHandle = 0;  // "GetTransportInfoTimer"
@@ -42,61 +51,124 @@ bool isAction(const char* action, const char* keyword) {
 // The context names a content kind by its first five letters.
 bool contextIs(const char* context, const char* kind) { return context != nullptr && strncmp(context, kind, 5) == 0; }
 
-void setShowReadyAndLog() {
-    MrcpSetShowReadyFlag(true);
-    DLNA_LOG_I(DLNA_TAG, "MrcpSetShowReadyFlag TRUE");
-}
-
 // A busy flag that was "sent" becomes "done".
 void finish(std::atomic<int>& flag) {
     int sent = kMrcpActionSent;
     flag.compare_exchange_strong(sent, kMrcpActionDone);
 }
 
-// Arms an existing timer; the failures are reported as the position timer's
-// set-up reports them.
-void startTimer(int handle, int seconds, TimerHandler handler) {
+// Arms the timer handle of slot for seconds. The failures are reported as
+// the position timer's set-up reports them; a handle that left its slot
+// meanwhile (the timer was stopped) fails quietly.
+void startTimer(int& slot, int handle, int seconds, TimerHandler handler) {
     if (handle == 0) {
         DlnaLogPrint(DLNA_LOG_ERROR, false, DLNA_TAG, __FILE__, "MrcpTimerInitialize", __LINE__,
                      "[MRCP ERR] Error !!! Invalid Timer Handler.. Unable to create Timer !!! ");
         return;
     }
-    if (DMSAppStartTimer(handle, static_cast<unsigned int>(seconds) * 1000u, handler, nullptr) != 0)
+    if (DMSAppStartTimer(handle, static_cast<unsigned int>(seconds) * 1000u, handler, nullptr) == 0) return;
+    bool current;
+    {
+        std::lock_guard<std::mutex> g(MrcpLock());
+        current = slot == handle;
+    }
+    if (current)
         DlnaLogPrint(DLNA_LOG_ERROR, false, DLNA_TAG, __FILE__, "MrcpTimerInitialize", __LINE__,
                      "[MRCP ERR] Error !!! Failed to Start Timer !!! ");
 }
 
-void deleteTimer(int& handle) {
-    if (handle == 0) return;
-    if (DMSAppDeleteTimer(handle) != 0) DLNA_LOG_E_LOGONLY(DLNA_TAG, "[MRCP ERR] Failed to Delete Timer !!! ");
-    handle = 0;
+int timerIn(const int& slot) {
+    std::lock_guard<std::mutex> g(MrcpLock());
+    return slot;
 }
 
-void createTimer(int& handle, const char* name, int seconds, TimerHandler handler) {
-    deleteTimer(handle);
+void deleteTimer(int& slot) {
+    int handle;
+    {
+        std::lock_guard<std::mutex> g(MrcpLock());
+        handle = slot;
+        slot = 0;
+    }
+    if (handle == 0) return;
+    if (DMSAppDeleteTimer(handle) != 0) DLNA_LOG_E_LOGONLY(DLNA_TAG, "[MRCP ERR] Failed to Delete Timer !!! ");
+}
+
+void createTimer(int& slot, const char* name, int seconds, TimerHandler handler) {
+    deleteTimer(slot);
     if (seconds <= 0) return;
-    handle = DMSAppCreateTimer(name);
-    startTimer(handle, seconds, handler);
+    int handle = DMSAppCreateTimer(name);
+    if (handle != 0) {
+        bool kept = false;
+        {
+            std::lock_guard<std::mutex> g(MrcpLock());
+            // Another handler may have made one meanwhile, or terminate closed
+            // the control point: this one is not needed then.
+            if (gMrcpCallbacksOpen && slot == 0) {
+                slot = handle;
+                kept = true;
+            }
+        }
+        if (!kept) {
+            DMSAppDeleteTimer(handle);
+            return;
+        }
+    }
+    startTimer(slot, handle, seconds, handler);
+}
+
+// The player state stored for status, and whether that changed it.
+MediaRendererState storePlayerState(ZEB_MRCP_DEVICE_STATUS status, bool* changed) {
+    MediaRendererState next;
+    switch (status) {
+        case ZEB_MRCP_STATE_PLAYING:
+            DLNA_LOG_I(DLNA_TAG, "Player playing. ");
+            next = PLAYING;
+            break;
+        case ZEB_MRCP_STATE_STOPPED:
+            DLNA_LOG_I(DLNA_TAG, "Player Stopped. ");
+            next = STOPPED;
+            break;
+        case ZEB_MRCP_STATE_PAUSED_PLAYBACK:
+            DLNA_LOG_I(DLNA_TAG, "Player Paused. ");
+            next = PAUSED;
+            break;
+        case ZEB_MRCP_STATE_TRANSITIONING:
+            DLNA_LOG_I(DLNA_TAG, "Player Buffering ");
+            next = TRANSITIONING;
+            break;
+        default:
+            DLNA_LOG_I(DLNA_TAG, "Invalid Status ");
+            next = UNKNOWN;
+            break;
+    }
+    MediaRendererState before;
+    {
+        std::lock_guard<std::mutex> g(MrcpLock());
+        before = gPlayerState;
+        gPlayerState = next;
+    }
+    if (changed != nullptr) *changed = next != before;
+    return next;
 }
 
 // Common reactions to a new player state, from the poll or from an event.
 void onStopped() {
     finish(gMrcpStopActionFlag);
+    MrcpTimerTerminate();
+    TransportInfoTimerTerminate();
     if (gFirstPlayFlag.exchange(false)) {
         DLNA_LOG_I(DLNA_TAG, "** Send EVT_MRCP_PLAY_COMPLETE Event to UI");
         MrcpSendEventToUI(EVT_MRCP_PLAY_COMPLETE, nullptr, 0);
     }
-    MrcpTimerTerminate();
-    TransportInfoTimerTerminate();
 }
 
 void onPaused() {
+    MrcpTimerTerminate();
     if (gFirstPlayFlag) {
         gPlayResumeFlag = true;
         DLNA_LOG_I(DLNA_TAG, "[ProcessPlaybackCommandResponse]** Send EVT_MRCP_PLAY_PAUSED Event to UI");
         MrcpSendEventToUI(EVT_MRCP_PLAY_PAUSED, nullptr, 0);
     }
-    MrcpTimerTerminate();
 }
 
 void sendStartedAndResumed() {
@@ -110,6 +182,9 @@ void sendStartedAndResumed() {
     }
 }
 
+// Show-ready true; true when it was false (SHOW_READY is then due).
+bool becomeShowReady() { return !MrcpExchangeShowReadyFlag(true); }
+
 void startPositionPolling() {
     MrcpTimerInitialize(kPollSeconds);
     DlnaMrcpGetPositionInfo();
@@ -118,8 +193,7 @@ void startPositionPolling() {
 // PLAYING as the state poll reports it.
 void onPlayingPolled() {
     finish(gMrcpPlayActionFlag);
-    if (!MrcpGetShowReadyFlag()) {
-        MrcpSetShowReadyFlag(true);
+    if (becomeShowReady()) {
         DLNA_LOG_I(DLNA_TAG, "Send EVT_MRCP_SHOW_READY Event to UI");
         MrcpSendEventToUI(EVT_MRCP_SHOW_READY, nullptr, 0);
     }
@@ -133,8 +207,8 @@ void onPlayingPolled() {
 void onSetAVTransportURIAnswer(ZEB_ERROR_CODE error, const char* context) {
     DLNA_LOG_I(DLNA_TAG, "SetAVTransportURI response is received.!!");
     if (error == ZEB_MRCP_ACTION_FAILED) {
-        if (!MrcpGetShowReadyFlag()) {
-            setShowReadyAndLog();
+        if (becomeShowReady()) {
+            DLNA_LOG_I(DLNA_TAG, "MrcpSetShowReadyFlag TRUE");
             DLNA_LOG_I(DLNA_TAG, "Send EVT_MRCP_SHOW_READY Event to UI and Return ");
             MrcpSendEventToUI(EVT_MRCP_SHOW_READY, nullptr, 0);
             return;
@@ -152,12 +226,14 @@ void onSetAVTransportURIAnswer(ZEB_ERROR_CODE error, const char* context) {
     } else {
         DLNA_LOG_I(DLNA_TAG, "Unknown Content  in SetAVTransportURI response");
     }
+    // Marked before the Play goes out: its answer may arrive before the send
+    // returns, and must find the Play pending.
+    const int playBefore = gMrcpPlayActionFlag.exchange(kMrcpActionSent);
     ZEB_ERROR_CODE r = MrcpSendAction(ZEBMRCPAVPlay, "Play", kind,
                                       [](stZEBAppList* rq) { return HZebMRCPRQSetPlaySpeed(rq, 1); });
-    if (r == 0) {
-        gMrcpPlayActionFlag = kMrcpActionSent;
-        return;
-    }
+    if (r == 0) return;
+    int sent = kMrcpActionSent;
+    gMrcpPlayActionFlag.compare_exchange_strong(sent, playBefore);
     // Nothing will answer a Play that was never sent: the UI learns it now
     // instead of waiting for SHOWREADY forever.
     DLNA_LOG_E_LOGONLY(DLNA_TAG, "[MRCP ERR] ZEBMRCPAVPlay() failed!!!- %d", r);
@@ -168,26 +244,33 @@ void onSetAVTransportURIAnswer(ZEB_ERROR_CODE error, const char* context) {
 void onPlayAnswer(ZEB_ERROR_CODE error, const char* context) {
     DLNA_LOG_I(DLNA_TAG, "PLAY response is received.!!");
     DLNA_LOG_I(DLNA_TAG, "pContext = %s", context ? context : "UNKNOWN_Context");
-    if (error == ZEB_MRCP_ACTION_FAILED && !MrcpGetShowReadyFlag()) {
+    if (error == ZEB_MRCP_ACTION_FAILED && becomeShowReady()) {
         DLNA_LOG_I(DLNA_TAG, "MrcpSetShowReadyFlag TRUE as Play command failed.");
-        MrcpSetShowReadyFlag(true);
+        finish(gMrcpPlayActionFlag);
         DLNA_LOG_I(DLNA_TAG, "Send EVT_MRCP_SHOW_READY Event to UI");
         MrcpSendEventToUI(EVT_MRCP_SHOW_READY, nullptr, 0);
+        return;
+    }
+    if (error == ZEB_MRCP_ACTION_FAILED) DLNA_LOG_I(DLNA_TAG, "MrcpSetShowReadyFlag is FALSE ");
+    if (contextIs(context, "image")) {
+        gMrcpContentIsVideo = false;
+        DLNA_LOG_I(DLNA_TAG, "Image Context  in Play response");
+        TransportInfoTimerInitialize(kPollSeconds);
+    } else if (contextIs(context, "video")) {
+        gMrcpContentIsVideo = true;
+        DLNA_LOG_I(DLNA_TAG, "video Context  in Play response");
+        TransportInfoTimerInitialize(kPollSeconds);
     } else {
-        if (error == ZEB_MRCP_ACTION_FAILED) DLNA_LOG_I(DLNA_TAG, "MrcpSetShowReadyFlag is FALSE ");
-        if (contextIs(context, "image")) {
-            gMrcpContentIsVideo = false;
-            DLNA_LOG_I(DLNA_TAG, "Image Context  in Play response");
-            TransportInfoTimerInitialize(kPollSeconds);
-        } else if (contextIs(context, "video")) {
-            gMrcpContentIsVideo = true;
-            DLNA_LOG_I(DLNA_TAG, "video Context  in Play response");
-            TransportInfoTimerInitialize(kPollSeconds);
-        } else {
-            DLNA_LOG_I(DLNA_TAG, "Unknown Content  in Play response");
-        }
+        DLNA_LOG_I(DLNA_TAG, "Unknown Content  in Play response");
     }
     finish(gMrcpPlayActionFlag);
+}
+
+// The photo's Stop is over: its flags are done and the word says stopped.
+void finishPhotoStop() {
+    gMrcpStopActionFlag = kMrcpActionDone;
+    gMrcpTransportStatus = 4;
+    gMrcpShowActionFlag = kMrcpActionDone;
 }
 
 void onStopAnswer(ZEB_ERROR_CODE error) {
@@ -213,15 +296,18 @@ void onStopAnswer(ZEB_ERROR_CODE error) {
         }
         DLNA_LOG_I(DLNA_TAG, "MrcpSetShowReadyFlag TRUE as Play command failed.");
         MrcpSetShowReadyFlag(true);
+        finishPhotoStop();
         MrcpSendEventToUI(EVT_MRCP_SHOW_READY, nullptr, 0);
-    } else if (Mrcp_SetAvtransportUrl() == 0) {
+        return;
+    }
+    // Done before the photo goes out: its answers may come back, up to the
+    // SHOW_READY that lets the UI show the next photo, before the send returns.
+    finishPhotoStop();
+    if (Mrcp_SetAvtransportUrl() == 0) {
         MrcpSetShowReadyFlag(true);
         MrcpSendEventToUI(EVT_MRCP_PLAY_FAILED, nullptr, 0);
         DLNA_LOG_E_LOGONLY(DLNA_TAG, "SetAVTransportURL Failed. Send EVT_MRCP_PLAY_FAILED to UI");
     }
-    gMrcpStopActionFlag = kMrcpActionDone;
-    gMrcpTransportStatus = 4;
-    gMrcpShowActionFlag = kMrcpActionDone;
 }
 
 // The state poll's answer.
@@ -244,9 +330,7 @@ void onTransportInfoAnswer(ZEB_ERROR_CODE error, stZEBAppList* response) {
         return;
     }
     bool changed = false;
-    UpdateTransportStatus(status, &changed);
-    MediaRendererState state;
-    GetPlayerState(state);
+    const MediaRendererState state = storePlayerState(status, &changed);
     if (!changed) {
         if (state == PLAYING) onPlayingPolled();
     } else {
@@ -342,43 +426,18 @@ bool lastChangeTransportState(const char* lastChange, std::string* state) {
 
 }  // namespace
 
-void UpdateTransportStatus(ZEB_MRCP_DEVICE_STATUS status, bool* changed) {
-    std::lock_guard<std::recursive_mutex> g(MrcpLock());
-    MediaRendererState next;
-    switch (status) {
-        case ZEB_MRCP_STATE_PLAYING:
-            DLNA_LOG_I(DLNA_TAG, "Player playing. ");
-            next = PLAYING;
-            break;
-        case ZEB_MRCP_STATE_STOPPED:
-            DLNA_LOG_I(DLNA_TAG, "Player Stopped. ");
-            next = STOPPED;
-            break;
-        case ZEB_MRCP_STATE_PAUSED_PLAYBACK:
-            DLNA_LOG_I(DLNA_TAG, "Player Paused. ");
-            next = PAUSED;
-            break;
-        case ZEB_MRCP_STATE_TRANSITIONING:
-            DLNA_LOG_I(DLNA_TAG, "Player Buffering ");
-            next = TRANSITIONING;
-            break;
-        default:
-            DLNA_LOG_I(DLNA_TAG, "Invalid Status ");
-            next = UNKNOWN;
-            break;
-    }
-    if (changed != nullptr) *changed = next != gPlayerState;
-    gPlayerState = next;
-}
+void UpdateTransportStatus(ZEB_MRCP_DEVICE_STATUS status, bool* changed) { storePlayerState(status, changed); }
 
 void GetPlayerState(MediaRendererState& state) {
-    std::lock_guard<std::recursive_mutex> g(MrcpLock());
+    std::lock_guard<std::mutex> g(MrcpLock());
     state = gPlayerState;
 }
 
 void MrcpResetPlaybackState() {
-    std::lock_guard<std::recursive_mutex> g(MrcpLock());
-    gPlayerState = STOPPED;
+    {
+        std::lock_guard<std::mutex> g(MrcpLock());
+        gPlayerState = STOPPED;
+    }
     gFirstPlayFlag = false;
     gPlayResumeFlag = false;
     gMrcpContentIsVideo = false;
@@ -386,8 +445,7 @@ void MrcpResetPlaybackState() {
 
 void MrcpCommandResponse(int /*id*/, const char* action, ZEB_ERROR_CODE error, stZEBAppList* response) {
     MrcpCallbackScope scope;
-    std::lock_guard<std::recursive_mutex> g(MrcpLock());
-    if (gMrcpStarted && action != nullptr) {
+    if (gMrcpCallbacksOpen && action != nullptr) {
         if (error != 0)
             DLNA_LOG_E_LOGONLY(DLNA_TAG, "[MrcpCommandResponse] Error in sending action == %s , ErrorCode = %d ",
                                action, error);
@@ -417,8 +475,7 @@ void MrcpCommandResponse(int /*id*/, const char* action, ZEB_ERROR_CODE error, s
 
 void MrcpDeviceStatusNotificationCallback(int /*id*/, ZEB_ERROR_CODE error, stZEBAppList* info) {
     MrcpCallbackScope scope;
-    std::lock_guard<std::recursive_mutex> g(MrcpLock());
-    if (gMrcpStarted && info != nullptr) {
+    if (gMrcpCallbacksOpen && info != nullptr) {
         DLNA_LOG_I(DLNA_TAG, "MrcpDeviceStatusNotificationCallback() Enter");
         if (error != 0) DLNA_LOG_E_LOGONLY(DLNA_TAG, "Renderer MRCPDeviceStatusNotificationCallback error !!");
         const char* udn = nullptr;
@@ -455,14 +512,15 @@ void MrcpDeviceStatusNotificationCallback(int /*id*/, ZEB_ERROR_CODE error, stZE
                 break;
             }
         }
-        // Every renderer that appeared is subscribed to; only the chosen
-        // one's state drives the playback.
-        bool chosen = udn != nullptr && gSelectedDmrUDN[0] != '\0' && strcasecmp(udn, gSelectedDmrUDN) == 0;
+        // Every renderer that appeared is subscribed to, so its events arrive
+        // here too; only the chosen one's state drives the playback. Another
+        // TV stopping must not end the video playing on the chosen one.
+        const std::string chosen = MrcpChosenUdn();
+        const bool fromChosen = udn != nullptr && !chosen.empty() && strcasecmp(udn, chosen.c_str()) == 0;
         bool changed = false;
-        if (haveState && chosen) UpdateTransportStatus(status, &changed);
+        MediaRendererState state = UNKNOWN;
+        if (haveState && fromChosen) state = storePlayerState(status, &changed);
         if (changed) {
-            MediaRendererState state;
-            GetPlayerState(state);
             switch (state) {
                 case STOPPED:
                     DLNA_LOG_I(DLNA_TAG, "Player_state == STOPPED ");
@@ -475,16 +533,17 @@ void MrcpDeviceStatusNotificationCallback(int /*id*/, ZEB_ERROR_CODE error, stZE
                 case PLAYING:
                     DLNA_LOG_I(DLNA_TAG, "Player_state == PLAYING ");
                     finish(gMrcpPlayActionFlag);
-                    if (!MrcpGetShowReadyFlag()) {
-                        MrcpSetShowReadyFlag(true);
+                    // A photo needs no more polling (stopped before the UI
+                    // hears of it and shows the next one); a video's position
+                    // is polled after PLAY_STARTED went out.
+                    if (!gMrcpContentIsVideo) TransportInfoTimerTerminate();
+                    if (becomeShowReady()) {
                         DLNA_LOG_I(DLNA_TAG, "Send EVT_MRCP_SHOW_READY Event to UI");
                         MrcpSendEventToUI(EVT_MRCP_SHOW_READY, nullptr, 0);
                     } else {
                         sendStartedAndResumed();
                     }
-                    // A photo needs no more polling; a video's position does.
                     if (gMrcpContentIsVideo) startPositionPolling();
-                    else TransportInfoTimerTerminate();
                     break;
                 case TRANSITIONING:
                     DLNA_LOG_I(DLNA_TAG, "Player_state == TRANSITIONING ");
@@ -499,43 +558,32 @@ void MrcpDeviceStatusNotificationCallback(int /*id*/, ZEB_ERROR_CODE error, stZE
 
 // ---- Timers ---------------------------------------------------------------------------
 
-void MrcpTimerInitialize(int seconds) {
-    std::lock_guard<std::recursive_mutex> g(MrcpLock());
-    createTimer(gMrcpTimerHandle, "MrcpTimer", seconds, MrcpTimerTimeout);
-}
+void MrcpTimerInitialize(int seconds) { createTimer(gMrcpTimerHandle, "MrcpTimer", seconds, MrcpTimerTimeout); }
 
 void MrcpTimerTimeout(void* /*unused*/) {
     MrcpCallbackScope scope;
-    std::lock_guard<std::recursive_mutex> g(MrcpLock());
-    if (!gMrcpStarted) return;
-    if (gMrcpTimerHandle == 0) {
+    if (!gMrcpCallbacksOpen) return;
+    const int handle = timerIn(gMrcpTimerHandle);
+    if (handle == 0) {
         DLNA_LOG_I(DLNA_TAG, " Invalid Timer Id ... Dont send Getposition Info command ");
         return;
     }
     DlnaMrcpGetPositionInfo();
-    startTimer(gMrcpTimerHandle, kPollSeconds, MrcpTimerTimeout);
+    startTimer(gMrcpTimerHandle, handle, kPollSeconds, MrcpTimerTimeout);
 }
 
-void MrcpTimerTerminate() {
-    std::lock_guard<std::recursive_mutex> g(MrcpLock());
-    deleteTimer(gMrcpTimerHandle);
-}
+void MrcpTimerTerminate() { deleteTimer(gMrcpTimerHandle); }
 
 void TransportInfoTimerInitialize(int seconds) {
-    std::lock_guard<std::recursive_mutex> g(MrcpLock());
     createTimer(gTransportInfoTimerHandle, "GetTransportInfoTimer", seconds, TransportInfoTimeout);
 }
 
 void TransportInfoTimeout(void* /*unused*/) {
     MrcpCallbackScope scope;
-    std::lock_guard<std::recursive_mutex> g(MrcpLock());
-    if (!gMrcpStarted) return;
+    if (!gMrcpCallbacksOpen) return;
     deleteTimer(gTransportInfoTimerHandle);
     ZEB_ERROR_CODE r = MrcpSendAction(ZEBMRCPGetPlayState, "GetTransportInfo", "GetPlayStateAction");
     if (r != 0) DLNA_LOG_E_LOGONLY(DLNA_TAG, "[MRCP ERR] GetTransportInfo failed!!!- %d", r);
 }
 
-void TransportInfoTimerTerminate() {
-    std::lock_guard<std::recursive_mutex> g(MrcpLock());
-    deleteTimer(gTransportInfoTimerHandle);
-}
+void TransportInfoTimerTerminate() { deleteTimer(gTransportInfoTimerHandle); }

@@ -44,12 +44,12 @@ int MSDeviceInfo::getPort(std::string& url) {
     const size_t colon = url.find(':');
     if (colon == std::string::npos) {
         DLNA_LOG_E(DLNA_MS_TAG, "can't find ':'");
-        return kDefaultHttpPort;
+        return 0;
     }
     const size_t slash = url.find('/', colon + 1);
     if (slash == std::string::npos) {
         DLNA_LOG_E(DLNA_MS_TAG, "can't find '/'");
-        return kDefaultHttpPort;
+        return 0;
     }
     return http::scanDecimal(url.substr(colon + 1, slash - colon - 1));
 }

@@ -8,18 +8,13 @@
 
 class MSDeviceInfo {
 public:
-    // Port used when the callback URL's port cannot be read (no ':' or no
-    // '/' after it): HTTP's default, which is what any HTTP client takes for
-    // a URL that names no port. Port 0 would reach nobody.
-    static constexpr int kDefaultHttpPort = 80;
-
     MSDeviceInfo(const std::string& userAgent, const std::string& callbackUrl, const std::string& mac);
     // The same without a MAC address (left empty).
     MSDeviceInfo(const std::string& userAgent, const std::string& callbackUrl);
 
     // The port in url: the decimal text between its first ':' and the first
-    // '/' after that; kDefaultHttpPort (with a log line) when either is
-    // missing.
+    // '/' after that; 0 (no port, with a log line) when either is missing. A
+    // phone registered without a port is never sent a NOTIFY.
     int getPort(std::string& url);
 
     std::string m_sUserAgent;    // the phone's user agent (after "ORB_MODE_", lower-cased)

@@ -257,10 +257,10 @@ bool ModeHTTPHandler::GetMacAddrFromARPCache(const char* peerIp, char* macOut) {
         static_assert(sizeof req.arp_dev >= IFNAMSIZ, "an interface name fits the ARP request");
         memcpy(req.arp_dev, interfaces[i].ifr_name, IFNAMSIZ);
         req.arp_dev[sizeof req.arp_dev - 1] = '\0';
+        // The first interface whose cache has an entry for the peer answers,
+        // complete or not: an entry still being resolved has no hardware
+        // address yet and gives "00:00:00:00:00:00".
         if (ioctl(fd, SIOCGARP, &req) != 0) continue;
-        // An entry still being resolved has no hardware address yet (all
-        // zeros): it does not identify the phone.
-        if (!(req.arp_flags & ATF_COM)) continue;
         DLNA_LOG_I(DLNA_MS_TAG, "ioctl for SIOCGARP -- MAC ADDR FOUND.. ");
         const auto* b = reinterpret_cast<const unsigned char*>(req.arp_ha.sa_data);
         char text[18];

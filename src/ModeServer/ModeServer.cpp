@@ -2,11 +2,11 @@
 
 #include <arpa/inet.h>
 #include <netinet/in.h>
-#include <poll.h>
 #include <sys/prctl.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <chrono>
 #include <cstring>
@@ -17,11 +17,12 @@
 #include "ModeServer/MSHttpClient.h"
 #include "ModeServer/ModeHTTPHandler.h"
 #include "SP/osal/SPGenericSocket.h"
+#include "SP/osal/SPSocketListener.h"
 
 namespace {
 
 // One wait of the accept loop: how often the stop flag is looked at.
-const int kPollMs = 1000;
+const unsigned long kWaitMs = 1000;
 // Pause after a failed accept (descriptors exhausted): the listening socket
 // stays readable, and the loop must not spin.
 const unsigned long kAcceptBackoffMs = 100;
@@ -57,7 +58,7 @@ ModeServer::~ModeServer() {
         m_vHttpHandler.clear();
     }
     removeDeviceInfo();
-    closeListeningSocket();
+    closeListeningSocket(false);
     for (SPTCPSocket* s : m_vWaiting) delete s;
     m_vWaiting.clear();
 }
@@ -97,12 +98,9 @@ void ModeServer::entry() {
     markListening(listening);
     const bool fatal = !listening || !serveLoop();
 
-    closeListeningSocket();
     for (SPTCPSocket* s : m_vWaiting) delete s;
     m_vWaiting.clear();
-    if (fatal) {
-        if (ModeServerCallback cb = m_pCallback.load()) cb(0, eINTERNAL_EVENT_FAIL, 0, 0);
-    }
+    closeListeningSocket(fatal);
 }
 
 bool ModeServer::listenOnFirstFreePort() {
@@ -135,41 +133,51 @@ bool ModeServer::listenOnFirstFreePort() {
     }
 }
 
-void ModeServer::closeListeningSocket() {
+void ModeServer::closeListeningSocket(bool fatal) {
     if (m_pListenSocket == nullptr) return;
-    // No lingering: the port is free for the next start at once. Set before
-    // the wrapper closes the descriptor, never on a closed one.
-    struct linger off = {1, 0};
-    if (setsockopt(m_pListenSocket->get_fd(), SOL_SOCKET, SO_LINGER, &off, sizeof off) != 0)
-        DLNA_LOG_E(DLNA_MS_TAG, "setsockopt() SO_LINGER error");
+    // The wrapper goes first, then the API hears of a failure, then the
+    // descriptor is closed. The wrapper hands its descriptor over instead of
+    // closing it, so the lingering option below is set on the open socket and
+    // the close can never hit a number the callback's thread has reused.
+    const int fd = m_pListenSocket->release();
     delete m_pListenSocket;
     m_pListenSocket = nullptr;
+    if (fatal) {
+        if (ModeServerCallback cb = m_pCallback.load()) cb(0, eINTERNAL_EVENT_FAIL, 0, 0);
+    }
+    // No lingering: the port is free for the next start at once.
+    struct linger off = {1, 0};
+    if (setsockopt(fd, SOL_SOCKET, SO_LINGER, &off, sizeof off) != 0)
+        DLNA_LOG_E(DLNA_MS_TAG, "setsockopt() SO_LINGER error");
+    if (fd > 0) ::close(fd);
 }
 
 bool ModeServer::serveLoop() {
     while (!m_bStopped.load()) {
-        // poll rather than select: descriptor numbers are not limited by
-        // FD_SETSIZE.
-        std::vector<struct pollfd> fds;
-        fds.push_back({m_pListenSocket->get_fd(), POLLIN, 0});
-        for (SPTCPSocket* s : m_vWaiting) fds.push_back({s->get_fd(), POLLIN, 0});
-        const int rc = poll(fds.data(), fds.size(), kPollMs);
-        if (rc < 0) {
+        // The listening socket and every waiting connection; the wait leaves
+        // the readable ones (the platform layer's wait, which takes any
+        // number of descriptors with any numbers).
+        std::vector<int> readable;
+        readable.push_back(m_pListenSocket->get_fd());
+        for (SPTCPSocket* s : m_vWaiting) readable.push_back(s->get_fd());
+        if (!SPSocketListener::waitReadable(readable, kWaitMs)) {
             if (errno == EINTR) continue;
             DLNA_LOG_E(DLNA_MS_TAG, "select() error");
             m_bStopped.store(true);
             return false;
         }
-        if (rc == 0) continue;
+        if (readable.empty()) continue;
+        const auto isReadable = [&readable](const SPTCPSocket* s) {
+            return std::find(readable.begin(), readable.end(), s->get_fd()) != readable.end();
+        };
 
         // The connections that were ready in this wait, in list order; they
         // leave the waiting list whatever happens to them.
         std::vector<SPTCPSocket*> ready, stillWaiting;
-        for (size_t i = 0; i < m_vWaiting.size(); ++i)
-            (fds[i + 1].revents != 0 ? ready : stillWaiting).push_back(m_vWaiting[i]);
+        for (SPTCPSocket* s : m_vWaiting) (isReadable(s) ? ready : stillWaiting).push_back(s);
         m_vWaiting.swap(stillWaiting);
 
-        if (fds[0].revents != 0) {
+        if (isReadable(m_pListenSocket)) {
             SPTCPSocket* client = m_pListenSocket->accept();
             if (client == nullptr) {
                 SPGenericThread::sleep(kAcceptBackoffMs);

@@ -93,7 +93,9 @@ private:
     // Serves one ready connection (taking it); false when no handler could
     // be made.
     bool serveConnection(SPTCPSocket* connection);
-    void closeListeningSocket();
+    // Deletes the listening socket's wrapper, reports a fatal end (event 3)
+    // and closes the descriptor without lingering.
+    void closeListeningSocket(bool fatal);
     void markListening(bool listening);
 
     std::atomic<bool> m_bStopped{false};              // stop the thread, refuse notifications

@@ -221,9 +221,7 @@ void ModeServerTerminate(void) {
         std::lock_guard<std::mutex> g(gServerLock);
         server = std::move(gServer);
     }
-    // Stopped before the post: a thread that takes this post, or checks the
-    // flag after it, never waits for a confirmation again.
-    if (server) server->stop();
+    // Wake a thread waiting for the user first, then stop the server.
     {
         std::lock_guard<std::mutex> g(gSemLock);
         if (sem_t* sem = gModeServerConfirmSem.load()) {
@@ -232,13 +230,24 @@ void ModeServerTerminate(void) {
         }
     }
     if (server) {
+        server->stop();
+        // The thread woken above may have gone on to the next phone and begun
+        // to wait again before it saw the stop; that wait would hold the join
+        // below for ever. One more post ends it (once stopped, the server asks
+        // the UI about no further phone). The semaphore is destroyed below, so
+        // the extra count is never seen.
+        {
+            std::lock_guard<std::mutex> g(gSemLock);
+            if (sem_t* sem = gModeServerConfirmSem.load()) sem_post(sem);
+        }
         server->join();
         ptheModeServer.store(nullptr);
         server.reset();  // deleted here unless a mode change still holds it
     }
     gModeServerCallback.store(nullptr);
     destroyConfirmSem();
-    gModeServerConfirmFlag.store(0);
+    // The answer flag is left as it is: an answer given now still decides the
+    // next phone.
 }
 
 int ModeServerSendEventToModule(int kind, int value, const char* text) {
@@ -247,14 +256,15 @@ int ModeServerSendEventToModule(int kind, int value, const char* text) {
     if (kind == MS_EVENT_KIND_CONFIRM) {
         {
             std::lock_guard<std::mutex> g(gSemLock);
-            sem_t* sem = gModeServerConfirmSem.load();
-            if (sem == nullptr) {
-                // Never started, or terminated: nobody waits for an answer.
-                DLNA_LOG_E(DLNA_MS_TAG, "ModeServerSendEventToModule() : mode server not started");
-                return 1;
-            }
+            // The answer is kept even when nobody waits: it decides the next
+            // phone whose wait ends without an answer of its own.
             gModeServerConfirmFlag.store(value != 0 ? FLG_MS_CONFIRM_YES : FLG_MS_CONFIRM_NO);
-            sem_post(sem);
+            if (sem_t* sem = gModeServerConfirmSem.load()) {
+                sem_post(sem);
+            } else {
+                // Never started, or terminated: there is no semaphore to post.
+                DLNA_LOG_E(DLNA_MS_TAG, "ModeServerSendEventToModule() : mode server not started");
+            }
         }
         DLNA_LOG_I(DLNA_MS_TAG, "sleep for 10msec");
         SPGenericThread::sleep(10);

@@ -1,12 +1,12 @@
 #include "ModeServer/ModeSocketIO.h"
 
-#include <poll.h>
 #include <sys/socket.h>
 
 #include <cerrno>
 
 #include "SP/osal/SPGenericSocket.h"
 #include "SP/osal/SPGenericThread.h"
+#include "SP/osal/SPSocketWait.h"
 
 namespace modeio {
 
@@ -21,8 +21,8 @@ ReadResult readSome(int fd, char* buf, size_t len, int64_t ms, size_t* got) {
     for (;;) {
         int64_t left = deadline - SPGenericTime::getMilliseconds();
         if (left < 0) left = 0;
-        struct pollfd p = {fd, POLLIN, 0};
-        const int rc = poll(&p, 1, static_cast<int>(left > 60000 ? 60000 : left));
+        bool readable = false;
+        const int rc = SPWaitReadable(fd, left > 60000 ? 60000 : left, &readable);
         if (rc < 0) {
             if (errno == EINTR) continue;
             return READ_ERROR;
@@ -48,8 +48,8 @@ SendResult sendAll(SPTCPSocket* socket, const char* data, unsigned long length, 
     unsigned long done = 0;
     while (done < length) {
         if (cancelled != nullptr && cancelled->load() != 0) return SEND_CANCELLED;
-        struct pollfd p = {socket->get_fd(), POLLOUT, 0};
-        const int rc = poll(&p, 1, kWriteWaitMs);
+        SPWaitItem room = {socket->get_fd(), false, true, false, false};
+        const int rc = SPWaitForSockets(&room, 1, kWriteWaitMs);
         if (rc < 0 && errno != EINTR) return SEND_WAIT_FAILED;
         if (rc > 0) {
             unsigned long sent = 0;

@@ -1,5 +1,6 @@
-// The mode server's waits on its connections, with poll() so that any
-// descriptor number works (a descriptor set stops at FD_SETSIZE).
+// The mode server's reads and writes on its connections and on the NOTIFY
+// connection, waiting through the platform layer's wait (any descriptor
+// number works).
 #ifndef CAMWIFI_MODE_SOCKET_IO_H
 #define CAMWIFI_MODE_SOCKET_IO_H
 

@@ -27,10 +27,13 @@ std::atomic<int> gSNPushState{0};          // last SNPushChangeState value
 // server thread just before the event, read by the UI during the call.
 char mMacAddressParam[32];
 char mUserAgentParam[32];
-// The phone that announced itself last and waits for the user's answer. The
-// UI may answer while the server is still busy with the announcement (even
-// from inside the callback), before the server has made it the confirmed
-// phone, so the answer goes to this one.
+// The phone named by the latest new-phone event (61/62): the one the UI asks
+// the user about, so the one its answer is for. It is not always the
+// confirmed phone (the data server): the UI may answer while the server is
+// still busy with the announcement (even from inside the callback), before
+// the phone is confirmed; and once a confirmed phone has left, the next one
+// is admitted without taking its place. Until a phone announces itself the
+// answer goes to the confirmed phone.
 std::mutex gPendingLock;
 std::string gPendingMac;
 
@@ -193,7 +196,10 @@ extern "C" void SPSendUserStartEvent(int answer) {
         server->getDataServerInfo(mac);
     server->sendClientStartNotice(mac, answer != 0);
     // A refused phone is no longer served, so the server takes new phones
-    // again (it stopped taking them when this one announced itself).
+    // again (it stopped taking them when this one announced itself). Nothing
+    // else would reopen it: a refused phone was never accepted, so no
+    // bye-bye of it reaches the UI, and one refusal would lock every other
+    // phone out until the push is restarted.
     if (answer == 0) server->setAllowNewConnection(true);
 }
 

@@ -16,6 +16,7 @@
 #include <cstring>
 #include <fstream>
 #include <sstream>
+#include <thread>
 
 #include <jpeglib.h>
 
@@ -104,6 +105,19 @@ Receiver::Script acceptingPhone(Received* out, const std::string& reply) {
         testsupport::sendAll(fd, reply);
         // Wait for the camera to close its side.
         testsupport::peerClosed(fd, 5000);
+    };
+}
+
+Receiver::Script stallingPhone(size_t taken, std::atomic<bool>* stalled, std::atomic<bool>* release) {
+    return [taken, stalled, release](int fd) {
+        // A small window: the camera's sends block soon after the phone stops.
+        const int small = 4096;
+        setsockopt(fd, SOL_SOCKET, SO_RCVBUF, &small, sizeof small);
+        testsupport::recvUntil(fd, "\r\n\r\n", 10000);
+        testsupport::sendAll(fd, "HTTP/1.1 100 Continue\r\n\r\n");
+        recvExactly(fd, taken, 10000);
+        stalled->store(true);
+        for (int i = 0; i < 6000 && !release->load(); ++i) std::this_thread::sleep_for(std::chrono::milliseconds(10));
     };
 }
 

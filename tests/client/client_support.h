@@ -59,6 +59,11 @@ std::string recvExactly(int fd, size_t n, int timeoutMs);
 // answers 200 (with reply as the final head when given).
 Receiver::Script acceptingPhone(Received* out, const std::string& reply = "HTTP/1.1 200 OK\r\n\r\n");
 
+// A phone that stops reading mid-body: reads the announcement, answers 100,
+// takes the first `taken` body bytes, sets *stalled and then reads nothing
+// more (holding the connection open) until *release is set, 60 s at most.
+Receiver::Script stallingPhone(size_t taken, std::atomic<bool>* stalled, std::atomic<bool>* release);
+
 // A port of 127.0.0.1 that is bound but never listens: connections to it
 // are refused.
 class ClosedLoopbackPort {

@@ -92,6 +92,7 @@ protected:
         phone.wait();
         return extra;
     }
+    void pushEmptyFileAnsweredWith(const std::vector<std::string>& answers, int gapMs);
     std::vector<eSPNotifyClntEvent> kinds() {
         std::vector<eSPNotifyClntEvent> out;
         for (const Event& e : m_events.all()) out.push_back(e.event);
@@ -261,6 +262,26 @@ TEST_F(Push, SilentPhoneFailsAfterThreeReplyPeriods) {
     EXPECT_LT(took, 45000);
 }
 
+TEST_F(Push, StopIsSeenWithinASecondWhileASilentPhonesReplyIsAwaited) {
+    // Without the stop, each of the three reply periods waits 7 s for a
+    // phone that says nothing; a stop must not wait for a period to end.
+    const std::string path = file("x.jpg", bytesOf(2000));
+    Receiver phone([](int fd) {
+        recvUntil(fd, "\r\n\r\n", 10000);
+        testsupport::peerClosed(fd, 30000);
+    });
+    auto h = handler(path, phone.port());
+    h->start();
+    EXPECT_FALSE(m_events.waitFinals(1, 1500)) << "still waiting for the reply";
+    const auto t0 = std::chrono::steady_clock::now();
+    h.reset();  // stop and join
+    EXPECT_LT(msSince(t0), 3000);
+    EXPECT_EQ(kinds(), std::vector<eSPNotifyClntEvent>{EVENT_CLIENT_TRANSFER_FAIL});
+    EXPECT_TRUE(logged(" Exiting from readResponse: No Data Read", "DLNA_SP"));
+    EXPECT_FALSE(logged("Timedout.. No response", "DLNA_SP"));
+    phone.wait();
+}
+
 TEST_F(Push, PhoneClosingWithoutAnswerFailsWithoutWaitingOut) {
     const std::string path = file("x.jpg", bytesOf(2000));
     Receiver phone([](int fd) { recvUntil(fd, "\r\n\r\n", 10000); });
@@ -358,13 +379,18 @@ TEST_F(Push, FileSmallerThanOneKilobyteCompletesWithoutProgress) {
     EXPECT_EQ(kinds(), (std::vector<eSPNotifyClntEvent>{EVENT_CLIENT_TRANSFER_START, EVENT_CLIENT_TRANSFER_COMPLETE}));
 }
 
-TEST_F(Push, EmptyFileGoesFrom100StraightToTheFinalAnswer) {
+// Pushes an empty file to a phone that sends `answers` after the
+// announcement, the pieces `gapMs` apart; the empty body leaves nothing
+// between the 100 and the final answer. Checks the whole exchange completes.
+void Push::pushEmptyFileAnsweredWith(const std::vector<std::string>& answers, int gapMs) {
     const std::string path = file("empty.jpg", "");
     std::string head, extra;
     Receiver phone([&](int fd) {
         head = recvUntil(fd, "\r\n\r\n", 10000);
-        // Both answers in one segment: nothing to wait for with an empty body.
-        sendAll(fd, "HTTP/1.1 100 Continue\r\n\r\nHTTP/1.1 200 OK\r\n\r\n");
+        for (size_t i = 0; i < answers.size(); ++i) {
+            if (i > 0) std::this_thread::sleep_for(std::chrono::milliseconds(gapMs));
+            sendAll(fd, answers[i]);
+        }
         extra = testsupport::recvAll(fd, 10000);
     });
     run(handler(path, phone.port()));
@@ -372,6 +398,19 @@ TEST_F(Push, EmptyFileGoesFrom100StraightToTheFinalAnswer) {
     EXPECT_EQ(head, announcement("empty.jpg", "image/jpeg", "0"));
     EXPECT_EQ(extra, "");
     EXPECT_EQ(kinds(), (std::vector<eSPNotifyClntEvent>{EVENT_CLIENT_TRANSFER_START, EVENT_CLIENT_TRANSFER_COMPLETE}));
+    EXPECT_TRUE(logged("Response is OK: 200 Received ", "DLNA_SP"));
+}
+
+TEST_F(Push, EmptyFileGoesFrom100StraightToTheFinalAnswer) {
+    // Both answers in one segment (phones often answer an empty body so): the
+    // final answer after the 100 must be read from what came with it.
+    pushEmptyFileAnsweredWith({"HTTP/1.1 100 Continue\r\n\r\nHTTP/1.1 200 OK\r\n\r\n"}, 0);
+}
+
+TEST_F(Push, EmptyFileWhose100AndFinalAnswerComeApartCompletes) {
+    // The two answers in two segments: the final answer is waited for after
+    // the 100.
+    pushEmptyFileAnsweredWith({"HTTP/1.1 100 Continue\r\n\r\n", "HTTP/1.1 200 OK\r\n\r\n"}, 300);
 }
 
 TEST_F(Push, SparseFileOfThreeGibibytesAnnouncesItsFull64BitLength) {

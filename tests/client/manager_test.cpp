@@ -30,6 +30,10 @@ std::string bytesOf(size_t n, int seed = 1) {
     return s;
 }
 
+int64_t msSince(std::chrono::steady_clock::time_point t0) {
+    return std::chrono::duration_cast<std::chrono::milliseconds>(std::chrono::steady_clock::now() - t0).count();
+}
+
 // Waits (bounded) until the process is back to `threads` threads: a thread
 // that deleted its own handler ends a moment after its last event.
 bool threadsBackTo(int threads) {
@@ -230,6 +234,25 @@ protected:
         for (auto& phone : m_phones) phone.reset();
         Manager::TearDown();
     }
+    int lastProgress(const std::string& mac) {
+        int last = 0;
+        for (const Event& e : callbackLog().of(mac))
+            if (e.event == EVENT_CLIENT_TRANSFER_PROGRESS) last = e.value;
+        return last;
+    }
+    // True once mac's transfer has posted nothing for 1.5 s (a transfer that
+    // cannot send more), polling for at most timeoutMs.
+    bool progressSettles(const std::string& mac, int timeoutMs) {
+        size_t seen = callbackLog().of(mac).size();
+        int quiet = 0;
+        for (int waited = 0; waited < timeoutMs && quiet < 1500; waited += 100) {
+            std::this_thread::sleep_for(std::chrono::milliseconds(100));
+            const size_t now = callbackLog().of(mac).size();
+            quiet = now == seen ? quiet + 100 : 0;
+            seen = now;
+        }
+        return quiet >= 1500;
+    }
     eSPNotifyClntEvent finalOf(int i) {
         for (const Event& e : callbackLog().of(kMacs[i]))
             if (isFinal(e.event)) return e.event;
@@ -290,31 +313,60 @@ TEST_F(ThreePhones, StopByMacStopsOnlyThatPhone) {
     EXPECT_EQ(finalOf(2), EVENT_CLIENT_TRANSFER_COMPLETE);
 }
 
-TEST_F(ThreePhones, DestroyingTheManagerWithThreeRunningTransfersReapsThemAll) {
+TEST_F(ThreePhones, DestroyingTheManagerStopsEveryRunningTransfer) {
     startAll();
     EXPECT_EQ(countThreadsNamed("SPClientThread"), 3);
     SPClientManager::destroyInstance();
-    // Each transfer ran to its end and reported before the manager went,
-    // and no transfer thread is left behind.
-    for (int i = 0; i < 3; ++i) EXPECT_EQ(finalOf(i), EVENT_CLIENT_TRANSFER_COMPLETE) << i;
+    // Each transfer was asked to stop, ended with FAIL and was reaped before
+    // the manager went.
+    for (int i = 0; i < 3; ++i) EXPECT_EQ(finalOf(i), EVENT_CLIENT_TRANSFER_FAIL) << i;
+    for (int i = 0; i < 3; ++i) expectOneTransfer(callbackLog().of(kMacs[i]), EVENT_CLIENT_TRANSFER_FAIL);
     EXPECT_EQ(countThreadsNamed("SPClientThread"), 0);
     for (int i = 0; i < 3; ++i) {
         m_phones[i]->wait();
-        EXPECT_EQ(m_got[i].body, m_bytes[i]);
+        EXPECT_TRUE(m_got[i].closedEarly) << i;
     }
     EXPECT_EQ(testsupport::threadCount(), m_threads);
 }
 
-TEST_F(ThreePhones, TerminatingAfterStopAllReapsThePassedOverTransfer) {
+TEST_F(ThreePhones, TerminatingAfterStopAllStopsThePassedOverTransfer) {
     startAll();
     m_mgr->stopAllFileTransfer();
     EXPECT_EQ(finalOf(1), EVENT_CLIENT_TRANSFER_START);  // still running
     SPClientManager::destroyInstance();
-    EXPECT_EQ(finalOf(1), EVENT_CLIENT_TRANSFER_COMPLETE);
+    EXPECT_EQ(finalOf(1), EVENT_CLIENT_TRANSFER_FAIL);
     EXPECT_EQ(countThreadsNamed("SPClientThread"), 0);
     for (int i = 0; i < 3; ++i) m_phones[i]->wait();
     EXPECT_EQ(testsupport::threadCount(), m_threads);
-    EXPECT_EQ(m_got[1].body, m_bytes[1]);
+    EXPECT_TRUE(m_got[1].closedEarly);
+}
+
+TEST_F(ThreePhones, PhoneThatStoppedReadingDoesNotHoldTheTerminate) {
+    // The second phone (the one the stop-all walk passes over) takes 64 KiB of
+    // a 16 MB body and then reads nothing more: its transfer can neither
+    // finish nor fail on its own (a send may wait 100 hours).
+    std::atomic<bool> stalled{false}, release{false};
+    m_phones[1].reset(new Receiver(stallingPhone(64 * 1024, &stalled, &release)));
+    m_bytes[1] = bytesOf(16 * 1024 * 1024, 1);
+    startAll();
+    for (int i = 0; i < 1000 && !stalled; ++i) std::this_thread::sleep_for(std::chrono::milliseconds(10));
+    ASSERT_TRUE(stalled);
+    // The camera fills what the connection takes, then waits to send more:
+    // its progress stops short of 100 %.
+    ASSERT_TRUE(progressSettles(kMacs[1], 30000));
+    EXPECT_EQ(finalOf(1), EVENT_CLIENT_TRANSFER_START);
+    EXPECT_LT(lastProgress(kMacs[1]), 100);
+    const auto t0 = std::chrono::steady_clock::now();
+    m_mgr->stopAllFileTransfer();
+    SPClientManager::destroyInstance();
+    // A stopped transfer sees the stop within about a second; without it
+    // the terminate would not return at all.
+    EXPECT_LT(msSince(t0), 8000);
+    release = true;
+    EXPECT_EQ(finalOf(1), EVENT_CLIENT_TRANSFER_FAIL);
+    expectOneTransfer(callbackLog().of(kMacs[1]), EVENT_CLIENT_TRANSFER_FAIL);
+    EXPECT_EQ(countThreadsNamed("SPClientThread"), 0);
+    for (int i = 0; i < 3; ++i) m_phones[i]->wait();
 }
 
 TEST_F(Manager, StopByMacClearsTheHistorySoTheSamePictureIsResizedAgain) {
@@ -462,6 +514,29 @@ void stopOnFailCallback(eSPNotifyClntEvent event, stSPClntInfo* info) {
         SPClientManager::getInstance()->stopFileTransfer(info->mac);
 }
 
+std::string gRetryFile, gRetryAddress;
+std::atomic<int> gRetryPort{0};
+std::atomic<SPClientManager*> gRetriedOn{nullptr};
+
+std::mutex gRetryLock;
+std::string gRetriedMac;
+
+// Records; on the first FAIL pushes a file again to the same phone, through
+// whatever manager getInstance gives at that moment.
+void retryOnFailCallback(eSPNotifyClntEvent event, stSPClntInfo* info) {
+    recordCallback(event, info);
+    std::string next;
+    {
+        std::lock_guard<std::mutex> g(gRetryLock);
+        if (event != EVENT_CLIENT_TRANSFER_FAIL || gRetryFile.empty()) return;
+        next.swap(gRetryFile);
+        gRetriedMac = info->mac;
+    }
+    SPClientManager* manager = SPClientManager::getInstance();
+    gRetriedOn = manager;
+    manager->createFileTransfer(next.c_str(), gRetryAddress.c_str(), info->mac, gRetryPort.load());
+}
+
 // Records; on the first COMPLETE sends the next file to the same phone from
 // inside the event, which replaces (deletes) the reporting transfer itself.
 void nextFileCallback(eSPNotifyClntEvent event, stSPClntInfo* info) {
@@ -510,6 +585,35 @@ TEST_F(Manager, EventCallbackMaySendTheNextFileToTheSamePhone) {
     EXPECT_EQ(got[0].body, first);
     EXPECT_EQ(got[1].body, second);
     EXPECT_EQ(m_mgr->transferCount(), 1u);
+}
+
+TEST_F(ThreePhones, PushAskedForFromAnEventWhileTheManagerGoesIsRefused) {
+    // A UI that pushes again when a push fails gets the dying manager (not a
+    // fresh one whose transfer no terminate would stop) and a FAIL at once.
+    m_mgr->setCallback(retryOnFailCallback);
+    gRetryAddress = "127.0.0.1";
+    gRetryPort = m_phones[1]->port();
+    {
+        std::lock_guard<std::mutex> g(gRetryLock);
+        gRetryFile = file("retry.jpg", bytesOf(1000));
+    }
+    startAll();
+    SPClientManager* dying = m_mgr;
+    SPClientManager::destroyInstance();
+    EXPECT_EQ(gRetriedOn.load(), dying);
+    std::string mac;
+    {
+        std::lock_guard<std::mutex> g(gRetryLock);
+        mac = gRetriedMac;
+    }
+    ASSERT_FALSE(mac.empty());
+    EXPECT_TRUE(logged("Transfer refused while the push is terminating, MAC " + mac, "DLNA_SP"));
+    const std::vector<Event> events = callbackLog().of(mac);
+    ASSERT_GE(events.size(), 2u);
+    EXPECT_EQ(events[events.size() - 2].event, EVENT_CLIENT_TRANSFER_FAIL);  // the stopped transfer
+    EXPECT_EQ(events.back().event, EVENT_CLIENT_TRANSFER_FAIL);              // the refused retry
+    EXPECT_EQ(countThreadsNamed("SPClientThread"), 0);
+    EXPECT_EQ(SPClientManager::m_Instance, nullptr);
 }
 
 }  // namespace

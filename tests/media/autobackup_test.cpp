@@ -9,6 +9,7 @@
 #include "Dlna/DlnaAutoBackup.h"
 #include "Dlna/DlnaFrame.h"
 #include "camwifi/camwifi.h"
+#include "host_autobackup.h"
 #include "host_media.h"
 #include "support/test_support.h"
 

@@ -2,6 +2,7 @@
 // stack's threads, friendly name, HTTPMU pause and resume.
 #include <dirent.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <random>
 
@@ -93,6 +94,20 @@ TEST_F(DmsHelpers, CopyFileToAnUnwritableTargetFails) {
     EXPECT_EQ(DlnaDataCopyFile(nullptr, path("/x").c_str()), -1);
 }
 
+TEST_F(DmsHelpers, CopyFileReportsAFailedWrite) {
+    // A target that opens but takes no byte (a full device): nothing was
+    // copied, and a caller must not take the target for a whole copy.
+    if (access("/dev/full", W_OK) != 0) GTEST_SKIP() << "/dev/full is not available here";
+    std::string from = path("/src.bin");
+    mediatest::writeFile(from, randomBytes(4096));
+    const int before = openDescriptors();
+    EXPECT_EQ(DlnaDataCopyFile(from.c_str(), "/dev/full"), -1);
+    EXPECT_EQ(openDescriptors(), before);
+    // The empty source writes nothing, so nothing can fail.
+    mediatest::writeFile(from, "");
+    EXPECT_EQ(DlnaDataCopyFile(from.c_str(), "/dev/full"), 0);
+}
+
 TEST_F(DmsHelpers, CopyFileLeaksNoDescriptorOnAnyPath) {
     std::string from = path("/src.bin");
     mediatest::writeFile(from, randomBytes(4096));
@@ -165,6 +180,15 @@ TEST_F(DmsHelpers, HttpmuPauseAndResumeForwardArgumentAndResult) {
               (std::vector<std::string>{"ZEBPauseHTTPMUServer(17)", "ZEBResumeHTTPMUServer(18)"}));
 }
 
+// The configuration value of key as the stack hands it out, "(none)" when
+// it has none.
+std::string configValue(const char* key) {
+    char* v = ZEBGetConfigurationMA(key);
+    std::string s = v ? v : "(none)";
+    ZEBMemFreeMA(v);
+    return s;
+}
+
 TEST_F(DmsHelpers, ConfigurationValuesAreReadFromTheXmlFile) {
     mediatest::writeFile(path("/mnt/mmc/config/UPnPConfig.xml"),
                          "<?xml version=\"1.0\"?>\n<!-- <HTTPStreamingPort>1</HTTPStreamingPort> -->\n"
@@ -172,22 +196,31 @@ TEST_F(DmsHelpers, ConfigurationValuesAreReadFromTheXmlFile) {
                          "<HTTPStreamingPort note=\"x\">\n 7001 \n</HTTPStreamingPort>\n"
                          "<MEDIA-DB-FILEPATH></MEDIA-DB-FILEPATH><MEDIA-TV-DB-FILEPATH/>\n"
                          "<SHARED-MEDIA-FOLDER-PATH>/a&lt;b</SHARED-MEDIA-FOLDER-PATH>\n"
+                         "<HTTPTCPServerPort><![CDATA[80&81]]></HTTPTCPServerPort>\n"
+                         "<FriendlyName><b>nested</b></FriendlyName>\n</UPnPConfig>\n");
+    ASSERT_EQ(ZEBInitializeZEB(path("/mnt/mmc/config/UPnPConfig.xml").c_str()), 0);
+    EXPECT_EQ(configValue("HTTPStreamingPort"), "7001");
+    EXPECT_EQ(configValue("SHARED-MEDIA-FOLDER-PATH"), "/a<b");
+    EXPECT_EQ(configValue("HTTPTCPServerPort"), "80&81");
+    EXPECT_EQ(configValue("MEDIA-DB-FILEPATH"), "(none)");
+    EXPECT_EQ(configValue("MEDIA-TV-DB-FILEPATH"), "(none)");
+    EXPECT_EQ(configValue("FriendlyName"), "(none)") << "an element holding elements is no value";
+    EXPECT_EQ(configValue("NoSuchKey"), "(none)");
+    ZEBTerminateZEB();
+    EXPECT_EQ(configValue("HTTPStreamingPort"), "(none)") << "no configuration without the stack";
+}
+
+TEST_F(DmsHelpers, AConfigurationFileThatIsNotWellFormedYieldsNoValue) {
+    // An unterminated element: a real XML parser refuses the whole file
+    // instead of guessing which values are still good.
+    mediatest::writeFile(path("/mnt/mmc/config/UPnPConfig.xml"),
+                         "<?xml version=\"1.0\"?>\n<UPnPConfig>\n"
+                         "<HTTPStreamingPort>7001</HTTPStreamingPort>\n"
                          "<HTTPTCPServerPort>unterminated\n</UPnPConfig>\n");
     ASSERT_EQ(ZEBInitializeZEB(path("/mnt/mmc/config/UPnPConfig.xml").c_str()), 0);
-    auto value = [](const char* key) {
-        char* v = ZEBGetConfigurationMA(key);
-        std::string s = v ? v : "(none)";
-        ZEBMemFreeMA(v);
-        return s;
-    };
-    EXPECT_EQ(value("HTTPStreamingPort"), "7001");
-    EXPECT_EQ(value("SHARED-MEDIA-FOLDER-PATH"), "/a<b");
-    EXPECT_EQ(value("MEDIA-DB-FILEPATH"), "(none)");
-    EXPECT_EQ(value("MEDIA-TV-DB-FILEPATH"), "(none)");
-    EXPECT_EQ(value("HTTPTCPServerPort"), "(none)");
-    EXPECT_EQ(value("NoSuchKey"), "(none)");
+    EXPECT_EQ(configValue("HTTPStreamingPort"), "(none)");
+    EXPECT_EQ(configValue("HTTPTCPServerPort"), "(none)");
     ZEBTerminateZEB();
-    EXPECT_EQ(value("HTTPStreamingPort"), "(none)") << "no configuration without the stack";
 }
 
 }  // namespace

@@ -9,6 +9,7 @@
 #include "Dlna/DlnaStack.h"
 #include "SP/osal/SPGenericThread.h"
 #include "host_media.h"
+#include "host_nasl.h"
 #include "media_fixture.h"
 
 using mediatest::Event;
@@ -25,11 +26,26 @@ const std::vector<std::string> kTeardownCalls = {
     "ZEBStopTimerThreadZEB", "DMSAppStop", "DMSAppTerminate", "ZEBHTTPTerminate", "ZEBTerminateZEB",
     "ZEBSetDlnaCertificationState", "NASLWifi_DestroyFileList"};
 
+// A UI whose callback does not return from event 5 (preparation begins)
+// until the test lets it: no cancel reaches the start there.
+testsupport::Hold gStuckInPreparing;
+void stuckInPreparing(ZEB_CALLBACK_EVENT event, void* value, intptr_t length) {
+    mediatest::recordEvent(event, value, length);
+    if (event == 5) gStuckInPreparing.enter();
+}
+
 class Links : public mediatest::MediaTest {
 protected:
+    void SetUp() override {
+        MediaTest::SetUp();
+        gStuckInPreparing.reset();
+        gDmsStartFinishWaitMs = 10000;
+    }
     void TearDown() override {
+        gStuckInPreparing.release();
         // Never leave a handshake behind for the next test of this process.
         DlnaSmartphoneLinkTerminate();
+        gDmsStartFinishWaitMs = 10000;
         MediaTest::TearDown();
     }
     int startTvLink(int acl = 2) {
@@ -168,6 +184,41 @@ TEST_F(Links, TerminateDuringAStartCancelsItAndWaitsForIt) {
     EXPECT_EQ(DlnaDmsStartThreadsRunning(), 0);
     EXPECT_EQ(events(), (std::vector<Event>{{5, 0}, {6, 2}}));
     EXPECT_TRUE(host::media::runningThreads().empty());
+    EXPECT_TRUE(host::journalEntries("DMSAppInitialize").empty());
+}
+
+TEST_F(Links, SmartphoneLinkTerminateDuringAStartCancelsItAndWaitsForIt) {
+    host::media::holdScans(true);
+    ASSERT_EQ(DlnaSmartphoneLinkStart(mediatest::recordEvent, dcim().c_str(), nullptr, "127.0.0.9"), 1);
+    ASSERT_TRUE(host::media::waitForHeldScan(10000));
+    DlnaSmartphoneLinkTerminate();
+    EXPECT_EQ(DlnaDmsStartThreadsRunning(), 0);
+    EXPECT_EQ(events(), (std::vector<Event>{{5, 0}, {6, 2}}));
+    EXPECT_TRUE(host::media::runningThreads().empty());
+    EXPECT_TRUE(host::journalEntries("DMSAppInitialize").empty());
+    EXPECT_EQ(GetAllShareMode(), 0u);
+}
+
+TEST_F(Links, TerminateGivesUpOnAStartThatDoesNotEndWithinItsBound) {
+    // The start is held in the UI's callback, where no cancel reaches it.
+    gDmsStartFinishWaitMs = 300;
+    ASSERT_EQ(DlnaTVLinkStart(stuckInPreparing, dcim().c_str(), 1), 1);
+    ASSERT_TRUE(gStuckInPreparing.waitInside());
+    auto before = std::chrono::steady_clock::now();
+    DlnaTVLinkTerminate();
+    auto tookMs =
+        std::chrono::duration_cast<std::chrono::milliseconds>(std::chrono::steady_clock::now() - before).count();
+    // Its own half second before the teardown, then the bounded wait.
+    EXPECT_GE(tookMs, 800);
+    EXPECT_LT(tookMs, 8000);
+    EXPECT_TRUE(logged("ERR: DlnaDmsStartThread still running", "DLNA"));
+    EXPECT_TRUE(logged("DlnaTVLinkTerminate() EXIT ", "DLNA"));
+    EXPECT_EQ(DlnaDmsStartThreadsRunning(), 1) << "the held start was left running";
+    EXPECT_FALSE(gDlnaStackInitialized) << "the terminate went on without it";
+    // Let go, the start ends on its own with the cancelled report.
+    gStuckInPreparing.release();
+    waitForStartThread();
+    EXPECT_EQ(events(), (std::vector<Event>{{5, 0}, {6, 2}}));
     EXPECT_TRUE(host::journalEntries("DMSAppInitialize").empty());
 }
 

@@ -18,7 +18,8 @@
 #include "ModeServer/ModeServer.h"
 #include "ModeServer/ModeServerApi.h"
 #include "camwifi/camwifi.h"
-#include "host_mode.h"
+#include "host_nasl.h"
+#include "host_nic.h"
 #include "mode/mode_test_util.h"
 #include "support/tcp_peer.h"
 #include "support/test_support.h"
@@ -66,6 +67,8 @@ protected:
             gEvents.clear();
         }
         gHook = nullptr;
+        // The last answer outlives a terminate: each test starts without one.
+        gModeServerConfirmFlag.store(0);
         setenv("CAMWIFI_ROOT", m_root.path().c_str(), 1);
     }
     void TearDown() override {
@@ -218,14 +221,64 @@ TEST_F(ModeApi, ModeChangeWithoutAServerSendsNothing) {
     EXPECT_EQ(ModeServerSendEventToModule(7, 0, nullptr), 1) << "other kinds";
 }
 
-TEST_F(ModeApi, AnswerAndTerminateWithoutEverStartingDoNothing) {
+TEST_F(ModeApi, AnswerWithoutEverStartingIsKeptWithoutAnySemaphorePost) {
     EXPECT_FALSE(ModeServerConfirmSemExists());
     EXPECT_EQ(ModeServerSendEventToModule(0, 1, nullptr), 1);
-    EXPECT_EQ(gModeServerConfirmFlag.load(), 0);
-    EXPECT_FALSE(testsupport::logged("sleep for 10msec", "DLNA_MS"));
+    EXPECT_EQ(gModeServerConfirmFlag.load(), FLG_MS_CONFIRM_YES);
+    EXPECT_FALSE(ModeServerConfirmSemExists()) << "no semaphore is made to take the post";
+    EXPECT_TRUE(testsupport::logged("sleep for 10msec", "DLNA_MS"));
+    EXPECT_EQ(ModeServerSendEventToModule(0, 0, "no"), 1);
+    EXPECT_EQ(gModeServerConfirmFlag.load(), FLG_MS_CONFIRM_NO);
     ModeServerTerminate();
     ModeServerTerminate();
     EXPECT_FALSE(testsupport::logged("ModeServerTerminate() : sem_post", "DLNA_MS"));
+    EXPECT_EQ(ptheModeServer.load(), nullptr);
+    EXPECT_EQ(gModeServerConfirmFlag.load(), FLG_MS_CONFIRM_NO);
+}
+
+TEST_F(ModeApi, AnswerGivenBeforeStartDecidesThePhoneWhoseWaitTerminateEnds) {
+    EXPECT_EQ(ModeServerSendEventToModule(0, 0, nullptr), 1);
+    start(MS_MODE_IDLE);
+    std::string answer;
+    phoneAsync(5, modetest::alive("ORB_MODE_A", "<http://127.0.0.5:9000/x>"), &answer);
+    ASSERT_EQ(waitEvents(1).size(), 1u);
+    // The user is still asked: without a post the phone waits.
+    std::this_thread::sleep_for(std::chrono::milliseconds(200));
+    EXPECT_TRUE(testsupport::logged("wait for confirm!", "DLNA_MS"));
+    EXPECT_FALSE(testsupport::logged("received FLG_MS_CONFIRM_NO", "DLNA_MS"));
+    ModeServerTerminate();
+    m_threads.back().join();
+    m_threads.pop_back();
+    // The wait ended by terminate finds the earlier refusal.
+    EXPECT_EQ(answer, reply(401, "Unauthorized", "IDLE"));
+    EXPECT_TRUE(testsupport::logged("received FLG_MS_CONFIRM_NO", "DLNA_MS"));
+    EXPECT_FALSE(testsupport::logged("Not supported Event!", "DLNA_MS"));
+}
+
+TEST_F(ModeApi, TerminateKeepsTheLastAnswer) {
+    start(MS_MODE_IDLE);
+    EXPECT_EQ(ModeServerSendEventToModule(0, 1, nullptr), 1);
+    ModeServerTerminate();
+    EXPECT_FALSE(ModeServerConfirmSemExists());
+    EXPECT_EQ(gModeServerConfirmFlag.load(), FLG_MS_CONFIRM_YES);
+}
+
+TEST_F(ModeApi, TerminateWithASecondPhoneQueuedBehindAWaitingOneReturns) {
+    start(MS_MODE_IDLE);
+    std::string first, second;
+    phoneAsync(5, modetest::alive("ORB_MODE_A", "<http://127.0.0.5:9000/x>"), &first);
+    ASSERT_EQ(waitEvents(1).size(), 1u);
+    phoneAsync(6, modetest::alive("ORB_MODE_B", "<http://127.0.0.6:9000/x>"), &second);
+    std::this_thread::sleep_for(std::chrono::milliseconds(100));
+    auto t0 = std::chrono::steady_clock::now();
+    ModeServerTerminate();
+    EXPECT_LT(msSince(t0), 4000) << "no wait for an answer outlives the terminate";
+    for (auto& t : m_threads) t.join();
+    m_threads.clear();
+    EXPECT_EQ(first, reply(200, "OK", "IDLE"));
+    // The second phone is either dropped unanswered or, when the server took
+    // it before the stop, ends its wait like the first.
+    EXPECT_TRUE(second.empty() || second == reply(200, "OK", "IDLE")) << second;
     EXPECT_EQ(ptheModeServer.load(), nullptr);
 }
 

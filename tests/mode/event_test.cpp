@@ -61,12 +61,12 @@ TEST_F(ModeEvent, CallbackWithoutAnglesLeavesHostAndPortUnset) {
     EXPECT_TRUE(testsupport::logged("can't find '>'", "DLNA_MS"));
 }
 
-TEST_F(ModeEvent, CallbackWithoutPathAfterThePortFallsBackToHttpsDefaultPort) {
+TEST_F(ModeEvent, CallbackWithoutPathAfterThePortYieldsNoPort) {
     MSDeviceInfo d("pixel", "<http://192.168.107.20:8888>", "");
     EXPECT_TRUE(testsupport::logged("can't find '/'", "DLNA_MS"));
     EXPECT_EQ(d.m_sHost, "192.168.107.20");
-    EXPECT_EQ(d.m_iPort, MSDeviceInfo::kDefaultHttpPort);
-    EXPECT_EQ(MSDeviceInfo::kDefaultHttpPort, 80);
+    EXPECT_EQ(d.m_iPort, 0) << "the port is only read up to a '/'";
+    EXPECT_TRUE(testsupport::logged("[192.168.107.20]:[0]", "DLNA_MS"));
 }
 
 TEST_F(ModeEvent, CallbackWithoutPortGivesTheAnyAddressAndNoPort) {
@@ -83,11 +83,14 @@ TEST_F(ModeEvent, CallbackWithoutSchemeIsReadTheSameWay) {
     EXPECT_EQ(d.m_iPort, 7000);
 }
 
-TEST_F(ModeEvent, GetPortWithoutColonLogsAndFallsBack) {
+TEST_F(ModeEvent, GetPortWithoutColonLogsAndYieldsNoPort) {
     MSDeviceInfo d("pixel", "", "");
     std::string url = "192.168.107.20/eventCallback";
-    EXPECT_EQ(d.getPort(url), 80);
+    EXPECT_EQ(d.getPort(url), 0);
     EXPECT_TRUE(testsupport::logged("can't find ':'", "DLNA_MS"));
+    url = "192.168.107.20:8888";
+    EXPECT_EQ(d.getPort(url), 0);
+    EXPECT_TRUE(testsupport::logged("can't find '/'", "DLNA_MS"));
     url = "h:1234/x:5/";
     EXPECT_EQ(d.getPort(url), 1234);
 }

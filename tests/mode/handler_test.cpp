@@ -14,6 +14,7 @@
 #include "ModeServer/ModeServer.h"
 #include "SP/osal/SPGenericSocket.h"
 #include "mode/mode_test_util.h"
+#include "support/netns.h"
 #include "support/tcp_peer.h"
 #include "support/test_support.h"
 
@@ -288,6 +289,36 @@ TEST_F(ModeHandler, GarbageWithAHeadEndIsAnswered400) {
     EXPECT_EQ(served("GET " + junk + "\r\n\r\n", false),
               "HTTP/1.1 400 Bad Request\r\nServer: ORB Mode Server\r\nOperation-Mode: RVF\r\n"
               "Default-URL: unavailable\r\nMVERSION: 1.0\r\n\r\n");
+}
+
+TEST_F(ModeHandler, FirstArpEntryFoundAnswersEvenWhileItIsStillIncomplete) {
+    const std::string why = testsupport::netnsUnavailableReason();
+    if (!why.empty()) GTEST_SKIP() << why;
+    // A camera with two interfaces: the first one still resolves the phone's
+    // address, the second one knows a hardware address for it.
+    testsupport::NetNamespace camera("cw-arp");
+    ASSERT_TRUE(camera.ok());
+    for (const char* cmd : {"ip link add wlan0 type veth peer name wlan0p", "ip link add wlan1 type veth peer name wlan1p",
+                            "ip addr add 198.51.100.1/25 dev wlan0", "ip addr add 198.51.100.129/25 dev wlan1",
+                            "ip link set wlan0 up", "ip link set wlan1 up",
+                            "ip neigh add 198.51.100.9 dev wlan0 nud incomplete",
+                            "ip neigh add 198.51.100.9 dev wlan1 lladdr 02:11:22:33:44:55 nud permanent"})
+        ASSERT_EQ(camera.exec(cmd), 0) << cmd;
+
+    testsupport::EnterNetNamespace in(camera);
+    ASSERT_TRUE(in.ok());
+    char mac[32];
+    memset(mac, 'x', sizeof mac);
+    EXPECT_TRUE(m_handler->GetMacAddrFromARPCache("198.51.100.9", mac));
+    EXPECT_STREQ(mac, "00:00:00:00:00:00");
+    EXPECT_TRUE(testsupport::logged("ioctl for SIOCGARP -- MAC ADDR FOUND.. ", "DLNA_MS"));
+    EXPECT_TRUE(testsupport::logged("[ZEBARP:GetMacAddrFromARPCache]LocalPeerMAC: 00:00:00:00:00:00 ", "DLNA_MS"));
+
+    // Once the first interface has no entry at all, the second one answers.
+    ASSERT_EQ(camera.exec("ip neigh del 198.51.100.9 dev wlan0"), 0);
+    memset(mac, 'x', sizeof mac);
+    EXPECT_TRUE(m_handler->GetMacAddrFromARPCache("198.51.100.9", mac));
+    EXPECT_STREQ(mac, "02:11:22:33:44:55");
 }
 
 TEST_F(ModeHandler, MacLookupRejectsMissingAndMalformedAddresses) {

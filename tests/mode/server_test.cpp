@@ -4,6 +4,8 @@
 // here.
 #include <gtest/gtest.h>
 
+#include <fcntl.h>
+#include <sys/socket.h>
 #include <unistd.h>
 
 #include <chrono>
@@ -85,6 +87,57 @@ protected:
     ModeServer* m_server = nullptr;
     std::vector<int> m_phones;
 };
+
+// The listening descriptor as the server logged it ("servSock = %d"), or -1.
+int loggedListeningDescriptor() {
+    for (const std::string& m : testsupport::messages("DLNA_MS"))
+        if (m.rfind("servSock = ", 0) == 0) return std::stoi(m.substr(11));
+    return -1;
+}
+
+// What the event-3 callback finds of the listening socket.
+struct AtFailure {
+    bool called = false;
+    bool open = false;
+    int type = -1;
+    int lingerOn = -1;
+};
+AtFailure gAtFailure;
+
+void onFailureLookAtTheListeningSocket(int, eModeServerInternalEvent event, intptr_t, intptr_t) {
+    if (event != eINTERNAL_EVENT_FAIL) return;
+    gAtFailure.called = true;
+    const int fd = loggedListeningDescriptor();
+    if (fd <= 0) return;
+    gAtFailure.open = fcntl(fd, F_GETFD) != -1;
+    socklen_t len = sizeof gAtFailure.type;
+    if (getsockopt(fd, SOL_SOCKET, SO_TYPE, &gAtFailure.type, &len) != 0) gAtFailure.type = -1;
+    struct linger l = {0, 0};
+    len = sizeof l;
+    if (getsockopt(fd, SOL_SOCKET, SO_LINGER, &l, &len) == 0) gAtFailure.lingerOn = l.l_onoff;
+}
+
+TEST_F(ModeServerTest, FailingServerReportsEvent3BeforeItLingersAndClosesTheListeningSocket) {
+    std::vector<int> taken;
+    for (uint16_t p = 7788; p <= 7791; ++p) taken.push_back(testsupport::occupyPort(p));
+    for (int fd : taken) ASSERT_GE(fd, 0);
+    gAtFailure = AtFailure();
+    m_server = new ModeServer(MS_MODE_IDLE);
+    m_server->setCallback(onFailureLookAtTheListeningSocket);
+    m_server->start();
+    m_server->join();
+    const int fd = loggedListeningDescriptor();
+    ASSERT_GT(fd, 0);
+    ASSERT_TRUE(gAtFailure.called);
+    // At the callback the socket is still open and not yet set to linger...
+    EXPECT_TRUE(gAtFailure.open);
+    EXPECT_EQ(gAtFailure.type, SOCK_STREAM);
+    EXPECT_EQ(gAtFailure.lingerOn, 0);
+    // ...which is done on the open socket afterwards, and then it is closed.
+    EXPECT_FALSE(testsupport::logged("setsockopt() SO_LINGER error", "DLNA_MS"));
+    EXPECT_EQ(fcntl(fd, F_GETFD), -1);
+    for (int t : taken) close(t);
+}
 
 TEST_F(ModeServerTest, ListensOnTheFirstPortAndAnswersAQuery) {
     startServer(MS_MODE_IDLE);
@@ -349,6 +402,9 @@ TEST_F(ModeServerTest, IdleConnectionsBeyondTheBoundAreClosed) {
     EXPECT_TRUE(testsupport::peerClosed(idle.back(), 3000)) << "the connection over the bound is closed";
     EXPECT_FALSE(testsupport::peerClosed(idle.front(), 200));
     EXPECT_EQ(host::logLinesContaining("too many waiting connections, closing 127.0.0.5:").size(), 1u);
+    // 64 waiting connections are a normal wait for the server, not more than
+    // its wait was made for.
+    EXPECT_EQ(testsupport::countLogged("myAssert"), 0);
 }
 
 TEST_F(ModeServerTest, StopEndsTheThreadWithinAboutASecond) {

@@ -2,6 +2,7 @@
 // choice of a renderer, renderers arriving and leaving, the camera's address.
 #include <sys/stat.h>
 
+#include <climits>
 #include <cstring>
 
 #include "Dlna/DlnaFrame.h"
@@ -10,6 +11,7 @@
 #include "Dlna/DlnaStack.h"
 #include "SP/osal/SPGenericThread.h"
 #include "host_media.h"
+#include "host_nasl.h"
 #include "mrcp_fixture.h"
 #include "support/netns.h"
 
@@ -256,8 +258,11 @@ TEST_F(MrcpLifecycle, ListOfTwentyFiveRenderersIsCappedAtTwentyRows) {
     EXPECT_TRUE(testsupport::logged(row, "DLNA"));
     EXPECT_EQ(testsupport::countLogged("------------------------------------", "DLNA"), 40);
     EXPECT_TRUE(testsupport::logged("DlnaMrcpGetDmrList() EXIT", "DLNA"));
-    // Renderers beyond the twentieth cannot be chosen.
-    EXPECT_EQ(DlnaMrcpSetDmr(20, "uuid:tv-20"), 0);
+    // Renderers beyond the twentieth cannot be chosen: the call still
+    // returns 1, and chooses nothing.
+    EXPECT_EQ(DlnaMrcpSetDmr(20, "uuid:tv-20"), 1);
+    EXPECT_EQ(MrcpChosenUdn(), "");
+    EXPECT_TRUE(host::mrcp::subscriptions().empty());
 }
 
 TEST_F(MrcpLifecycle, ListFailuresReturnZeroWithTheirLines) {
@@ -288,7 +293,7 @@ TEST_F(MrcpLifecycle, SetDmrChoosesTheListRowsUdnWhateverTheArgumentSays) {
     gMrcpStopActionFlag = kMrcpActionSent;
     EXPECT_EQ(DlnaMrcpSetDmr(2, "x"), 1);
     {
-        std::lock_guard<std::recursive_mutex> g(MrcpLock());
+        std::lock_guard<std::mutex> g(MrcpLock());
         EXPECT_STREQ(gSelectedDmrUDN, "uuid:tv-2");
     }
     EXPECT_EQ(host::mrcp::subscriptions().back(), "uuid:tv-2");
@@ -296,6 +301,53 @@ TEST_F(MrcpLifecycle, SetDmrChoosesTheListRowsUdnWhateverTheArgumentSays) {
     EXPECT_EQ(gMrcpStopActionFlag.load(), kMrcpActionIdle);
     EXPECT_TRUE(testsupport::logged("deviceID =2, pDeviceUDN = x", "DLNA"));
     EXPECT_TRUE(testsupport::logged("[MRCP] DLNASetDMR(), gnSelectedDmrUDN=uuid:tv-2", "DLNA"));
+}
+
+TEST_F(MrcpLifecycle, SetDmrOutsideTheTwentyRowsReturnsOneLogsAndChoosesNothing) {
+    ASSERT_TRUE(start());
+    chooseRenderer(3, 1);
+    MrcpSetShowReadyFlag(false);
+    gMrcpStopActionFlag = kMrcpActionSent;
+    for (int index : {20, 21, -1, 1000000, INT_MIN}) {
+        EXPECT_EQ(DlnaMrcpSetDmr(index, "uuid:tv-0"), 1) << index;
+        EXPECT_TRUE(testsupport::logged("[MRCP ERR] DLNASetDMR(), no renderer at row " + std::to_string(index), "DLNA"))
+            << index;
+    }
+    // The earlier choice stands, with its busy state: nothing was chosen.
+    EXPECT_EQ(MrcpChosenUdn(), "uuid:tv-1");
+    EXPECT_EQ(host::mrcp::subscriptions(), std::vector<std::string>{"uuid:tv-1"});
+    EXPECT_FALSE(MrcpGetShowReadyFlag());
+    EXPECT_EQ(gMrcpStopActionFlag.load(), kMrcpActionSent);
+    EXPECT_EQ(DlnaMrcpPauseFile(), 1);
+    EXPECT_EQ(lastRequest("Pause").udn, "uuid:tv-1");
+}
+
+TEST_F(MrcpLifecycle, TerminateKeepsTheChosenRendererItsUdnAndTheList) {
+    ASSERT_TRUE(start());
+    host::mrcp::setRenderers({Renderer{"TV 0", udnOf(0)}, Renderer{"TV 1", udnOf(1)}, Renderer{"TV 2", udnOf(2)}});
+    int count = 0;
+    DmrListEntry* list = nullptr;
+    ASSERT_EQ(DlnaMrcpGetDmrList(&count, &list), 1);
+    ASSERT_EQ(count, 3);
+    ASSERT_EQ(DlnaMrcpSetDmr(2, "x"), 1);
+
+    EXPECT_EQ(DlnaMrcpTerminate(), 1);
+    EXPECT_EQ(MrcpChosenUdn(), udnOf(2));
+    EXPECT_NE(DlnaMrcpGetRendererState(udnOf(2).c_str()), -1) << "the renderer is still the chosen one";
+    for (int i = 0; i < 3; ++i) {
+        EXPECT_EQ(list[i].index, i);
+        EXPECT_EQ(std::string(list[i].udn), udnOf(i));
+    }
+
+    // The next session plays on it without choosing again, and the rows
+    // still describe the renderers.
+    host::clearJournal();
+    ASSERT_TRUE(start());
+    EXPECT_EQ(DlnaMrcpStopFile(), 1);
+    EXPECT_EQ(lastRequest("Stop").udn, udnOf(2));
+    DeviceInfo info;
+    ASSERT_EQ(DlnaMrcpGetDeviceInformation(&info, 1), 1);
+    EXPECT_STREQ(info.udn, udnOf(1).c_str());
 }
 
 TEST_F(MrcpLifecycle, DeviceInformationDescribesOneRowOfTheList) {
@@ -356,6 +408,33 @@ TEST_F(MrcpLifecycle, ArrivingRendererIsSubscribedAskedForItsProtocolsAndAnnounc
     EXPECT_TRUE(testsupport::logged("Get Protocol Info Response for DMR - uuid:bedroom", "DLNA"));
 }
 
+TEST_F(MrcpLifecycle, RendererAnnouncedWhileTheControlPointStartsIsSubscribedAskedAndListed) {
+    // The stack finds a TV while ZEBMRCPStart runs and returns only once its
+    // notification thread has delivered it.
+    bool delivered = false, handled = false;
+    host::mrcp::duringNextCall("ZEBMRCPStart", [&] {
+        delivered = host::mrcp::deliverDeviceInfo("DMR_ADDED", "Early TV", "uuid:early");
+        handled = host::mrcp::waitIdle(5000);
+    });
+    ASSERT_TRUE(start());
+    ASSERT_TRUE(delivered);
+    EXPECT_TRUE(handled) << "the announcement was not handled while the stack started";
+    EXPECT_EQ(host::mrcp::subscriptions(), std::vector<std::string>{"uuid:early"});
+    auto ask = host::mrcp::sentRequests("GetProtocolInfo");
+    ASSERT_EQ(ask.size(), 1u);
+    EXPECT_EQ(ask[0].udn, "uuid:early");
+    EXPECT_EQ(ask[0].context.value_or(""), "uuid:early");
+    auto e = events();
+    ASSERT_EQ(e.size(), 1u);
+    EXPECT_EQ(e[0].id, EVT_MRCP_REFRESH_DMR_LIST);
+    EXPECT_EQ(e[0].text, "uuid:early");
+    // Its protocols, asked for during the start, are stored when they come.
+    host::mrcp::Response a = host::mrcp::answerTo(ask[0]);
+    a.sinkProtocolInfo = "http-get:*:image/jpeg:*";
+    deliver(a);
+    EXPECT_EQ(host::mrcp::storedProtocolInfos().size(), 1u);
+}
+
 TEST_F(MrcpLifecycle, ChosenRendererLeavingIsReportedAndStaysChosen) {
     ASSERT_TRUE(start());
     chooseRenderer(2, 1);
@@ -368,8 +447,7 @@ TEST_F(MrcpLifecycle, ChosenRendererLeavingIsReportedAndStaysChosen) {
     EXPECT_EQ(e[0].text, "UUID:TV-1");
     EXPECT_TRUE(testsupport::logged("the selected DMR is disappeared in the Network", "DLNA"));
     EXPECT_TRUE(testsupport::logged("[Removing DMR..] Type : DMR_REMOVED UDN : uuid:tv-0 ", "DLNA"));
-    std::lock_guard<std::recursive_mutex> g(MrcpLock());
-    EXPECT_STREQ(gSelectedDmrUDN, "uuid:tv-1");
+    EXPECT_EQ(MrcpChosenUdn(), "uuid:tv-1");
 }
 
 TEST_F(MrcpLifecycle, AnyDepartureReportsByebyeWhileNoRendererIsChosen) {

@@ -95,7 +95,11 @@ void MrcpTest::SetUp() {
     gDlnaStackInitialized = false;
     gDlnaHTTPInitialized = false;
     gMrcpStarted = false;
+    gMrcpCallbacksOpen = false;
     gMrcpProfileID = kMrcpNoProfile;
+    // A terminate keeps the chosen renderer and the list: each case begins
+    // with none chosen and none listed.
+    MrcpForgetRenderers();
     // Only the list test waits the real 2 seconds.
     gMrcpListWaitMs = 0;
     SetAllShareMode(0);

@@ -220,16 +220,22 @@ TEST_F(MrcpPlayback, ResumeAsksForNormalSpeed) {
     EXPECT_EQ(lastRequest("Resume").speed.value_or(0), 1);
 }
 
-TEST_F(MrcpPlayback, VolumeGoesToTheMasterChannelOfTheNamedRenderer) {
+TEST_F(MrcpPlayback, VolumeGoesToTheMasterChannelOfTheChosenRendererWhateverUdnIsGiven) {
+    // Without a chosen renderer there is nobody to send it to.
+    EXPECT_EQ(DlnaMrcpSetVolume(udnOf(1).c_str(), 50), 0);
+    EXPECT_EQ(DlnaMrcpGetVolume(udnOf(1).c_str()), 0);
+    EXPECT_TRUE(host::mrcp::sentRequests().empty());
     chooseRenderer(2, 0);
     ASSERT_EQ(DlnaMrcpSetVolume(udnOf(1).c_str(), 100), 1);
     auto r = lastRequest("SetVolume");
-    EXPECT_EQ(r.udn, udnOf(1));
+    EXPECT_EQ(r.udn, udnOf(0));
     EXPECT_EQ(r.channel.value_or(""), "Master");
     EXPECT_EQ(r.volume.value_or(-1), 100);
-    ASSERT_EQ(DlnaMrcpGetVolume(nullptr), 1);
+    ASSERT_EQ(DlnaMrcpGetVolume(udnOf(1).c_str()), 1);
     EXPECT_EQ(lastRequest("GetVolume").udn, udnOf(0));
     EXPECT_EQ(lastRequest("GetVolume").channel.value_or(""), "Master");
+    ASSERT_EQ(DlnaMrcpGetVolume("uuid:not-on-the-network"), 1);
+    EXPECT_EQ(lastRequest("GetVolume").udn, udnOf(0));
     EXPECT_EQ(DlnaMrcpSetVolume(nullptr, 101), 0);
     EXPECT_EQ(DlnaMrcpSetVolume(nullptr, -1), 0);
     EXPECT_EQ(host::mrcp::sentRequests("SetVolume").size(), 1u);

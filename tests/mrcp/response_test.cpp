@@ -120,6 +120,9 @@ TEST_F(MrcpResponse, PlayThatCannotBeSentReportsPlayFailed) {
     answerLast("SetAVTransportURI");
     EXPECT_EQ(eventIds(), std::vector<int>{EVT_MRCP_PLAY_FAILED});
     EXPECT_TRUE(MrcpGetShowReadyFlag());
+    // No Play is pending: the UI may show the next photo at once.
+    EXPECT_NE(gMrcpPlayActionFlag.load(), kMrcpActionSent);
+    EXPECT_EQ(DlnaMrcpShowFile(photo2().c_str()), 1);
 }
 
 TEST_F(MrcpResponse, PlayAnswerWithError801ForAPhotoSendsShowReadyAndPollsNothing) {
@@ -338,6 +341,27 @@ TEST_F(MrcpResponse, LastChangeOfAnotherRendererOrWithoutStateChangesNothing) {
     EXPECT_TRUE(testsupport::logged("type = Volume , value = 20 ", "DLNA"));
     EXPECT_TRUE(testsupport::logged("MrcpDeviceStatusNotificationCallback() Enter", "DLNA"));
     EXPECT_EQ(DlnaMrcpGetRendererState(udnOf(0).c_str()), STOPPED);
+}
+
+TEST_F(MrcpResponse, StoppedFromASecondRendererDoesNotEndTheChosenRenderersVideo) {
+    // Every renderer that appeared is subscribed to, so the second TV's
+    // events arrive too; the video plays on the first.
+    videoPlaying();
+    notifyTransportState(udnOf(0), "PLAYING");
+    ASSERT_EQ(eventIds(), std::vector<int>{EVT_MRCP_PLAY_STARTED});
+    ASSERT_TRUE(timerArmed("MrcpTimer"));
+    notifyTransportState(udnOf(1), "STOPPED");
+    notifyTransportState(udnOf(1), "PAUSED_PLAYBACK");
+    EXPECT_EQ(eventIds(), std::vector<int>{EVT_MRCP_PLAY_STARTED}) << "no PLAY_COMPLETE, no PLAY_PAUSED";
+    bool positionPolled = false;
+    for (auto& t : host::mrcp::timers()) positionPolled = positionPolled || t.name == "MrcpTimer";
+    EXPECT_TRUE(positionPolled) << "the position is still polled";
+    EXPECT_TRUE(gFirstPlayFlag);
+    EXPECT_EQ(DlnaMrcpGetRendererState(udnOf(0).c_str()), PLAYING);
+    // The chosen TV's own STOPPED still ends it.
+    notifyTransportState(udnOf(0), "STOPPED");
+    EXPECT_EQ(eventIds(), (std::vector<int>{EVT_MRCP_PLAY_STARTED, EVT_MRCP_PLAY_COMPLETE}));
+    EXPECT_TRUE(host::mrcp::timers().empty());
 }
 
 TEST_F(MrcpResponse, TerminateWaitsForTheCallbackInFlightAndStopsTheTimers) {

@@ -10,16 +10,20 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <atomic>
+#include <cerrno>
 #include <chrono>
 #include <cstdlib>
 #include <cstring>
 #include <sstream>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "SP/osal/SPGenericSocket.h"
 #include "SP/osal/SPSocketListener.h"
 #include "osal_test_util.h"
+#include "support/high_descriptors.h"
 #include "support/test_support.h"
 
 using osaltest::elapsedMs;
@@ -125,6 +129,58 @@ TEST_F(Listener, ListenerWithExactly32DescriptorsLogsNothing) {
     EXPECT_TRUE(listener.listen(fds, 1000));
     EXPECT_EQ(fds, std::vector<int>{p.watched(5)});
     EXPECT_TRUE(testsupport::messages().empty());
+}
+
+TEST_F(Listener, ListenerWaitsOnDescriptorsAbove1024) {
+    testsupport::HighDescriptors high;
+    if (!high.why().empty()) GTEST_SKIP() << high.why();
+    Pairs p(3);
+    ASSERT_EQ(p.size(), 3);
+    ASSERT_GT(p.watched(0), 1024);
+    p.makeReadable(1);
+    std::vector<int> fds = {p.watched(0), p.watched(1), p.watched(2)};
+    EXPECT_TRUE(listener.listen(fds, 5000));
+    EXPECT_EQ(fds, std::vector<int>{p.watched(1)});
+    fds = {p.watched(0), p.watched(2)};
+    EXPECT_TRUE(listener.listen(fds, 100));
+    EXPECT_TRUE(fds.empty()) << "a time-out";
+    EXPECT_TRUE(testsupport::messages().empty());
+}
+
+TEST_F(Listener, ServersWaitOnMoreThan32DescriptorsWithoutMyAssert) {
+    // The servers wait on their listening socket and up to 64 connections.
+    Pairs p(65);
+    ASSERT_EQ(p.size(), 65);
+    std::vector<int> fds;
+    for (int i = 0; i < 65; ++i) fds.push_back(p.watched(i));
+    p.makeReadable(3);
+    p.makeReadable(64);
+    EXPECT_TRUE(SPSocketListener::waitReadable(fds, 1000));
+    EXPECT_EQ(fds, (std::vector<int>{p.watched(3), p.watched(64)}));
+    EXPECT_TRUE(testsupport::messages().empty());
+}
+
+TEST_F(Listener, WaitEndedByASignalFailsWithEintr) {
+    osaltest::InterruptingSignal sig;
+    Pairs p(1);
+    std::vector<int> fds = {p.watched(0)};
+    std::atomic<pthread_t> waiter{0};
+    std::atomic<bool> started{false};
+    std::atomic<bool> result{true};
+    int err = 0;
+    std::thread t([&] {
+        waiter = pthread_self();
+        started = true;
+        result = listener.listen(fds, 5000);
+        err = errno;
+    });
+    ASSERT_TRUE(osaltest::waitFor(started));
+    osaltest::sleepMs(100);
+    pthread_kill(waiter.load(), SIGUSR1);
+    t.join();
+    EXPECT_FALSE(result.load());
+    EXPECT_EQ(err, EINTR) << "the servers tell a signal from a failed wait by it";
+    EXPECT_TRUE(fds.empty());
 }
 
 // --- SPHostInfo in a network namespace ----------------------------------------------------

@@ -25,6 +25,7 @@
 
 #include "SP/osal/SPGenericSocket.h"
 #include "osal_test_util.h"
+#include "support/high_descriptors.h"
 #include "support/test_support.h"
 
 using namespace osaltest;
@@ -453,6 +454,30 @@ TEST_F(Sockets, CloseIsSafeTwiceAndDestructionCloses) {
     ::close(pair[1]);
 }
 
+TEST_F(Sockets, ReleasedDescriptorStaysOpenAfterTheObjectIsGone) {
+    Connection c;
+    ASSERT_GE(c.peer.fd, 0);
+    auto* s = new SPTCPSocket;
+    const int fd = s->get_fd();
+    ASSERT_GT(fd, 0);
+    EXPECT_EQ(s->release(), fd);
+    EXPECT_EQ(s->get_fd(), 0);
+    EXPECT_EQ(s->release(), 0) << "nothing left to hand over";
+    delete s;
+    EXPECT_TRUE(isOpenFd(fd)) << "the caller owns it now";
+    EXPECT_EQ(intOption(fd, SOL_SOCKET, SO_TYPE), SOCK_STREAM);
+    ::close(fd);
+
+    // A released connection is not shut down either.
+    const int conn = c.client.release();
+    ASSERT_GT(conn, 0);
+    c.client.close();
+    EXPECT_EQ(::send(c.peer.fd, "x", 1, 0), 1);
+    char b = 0;
+    EXPECT_EQ(::recv(conn, &b, 1, 0), 1);
+    ::close(conn);
+}
+
 TEST_F(Sockets, CloseShutsDownTheSendingSideFirst) {
     Connection c;
     ASSERT_GE(c.peer.fd, 0);
@@ -714,6 +739,135 @@ TEST_F(Sockets, UdpReadfromWithNoLimitWaitsForTheDatagram) {
     sender.join();
     EXPECT_EQ(std::string(buf, got), "late");
     EXPECT_GE(took, 200);
+}
+
+// Sends SIGUSR1 (handled without SA_RESTART) to the thread that runs wait
+// once it has been waiting for 100 ms; returns what wait returned.
+template <typename Wait>
+bool interruptedAfter100Ms(Wait wait) {
+    InterruptingSignal sig;
+    std::atomic<pthread_t> waiter{0};
+    std::atomic<bool> started{false};
+    std::atomic<bool> result{true};
+    std::thread t([&] {
+        waiter = pthread_self();
+        started = true;
+        result = wait();
+    });
+    if (waitFor(started)) {
+        sleepMs(100);
+        pthread_kill(waiter.load(), SIGUSR1);
+    }
+    t.join();
+    return result.load();
+}
+
+TEST_F(Sockets, ReadWaitEndedByASignalReportsTheDescriptorNotReadyInsteadOfBlocking) {
+    Connection c;
+    ASSERT_GE(c.peer.fd, 0);
+    const auto t0 = std::chrono::steady_clock::now();
+    unsigned long got = 99;
+    EXPECT_FALSE(interruptedAfter100Ms([&] {
+        char buf[8];
+        return c.client.read(buf, sizeof(buf), &got, 5000);
+    }));
+    EXPECT_LT(elapsedMs(t0), 3000) << "neither the full wait nor a blocking receive";
+    EXPECT_EQ(gSignalsSeen.load(), 1);
+    EXPECT_TRUE(loggedAsError("[SPGenericSocket::read] >> FD_ISSET() is Zero !!!", "DLNA_OSAL"));
+    EXPECT_FALSE(testsupport::logged("[SPGenericSocket::read] >> select failed !!!", "DLNA_OSAL"));
+}
+
+TEST_F(Sockets, UdpReadfromLogsEveryFailureAsReadDoesButTheTimeOut) {
+    // A wait ended by a signal.
+    std::unique_ptr<SPUDPSocket> rx(boundUdp());
+    ASSERT_NE(rx, nullptr);
+    EXPECT_FALSE(interruptedAfter100Ms([&] {
+        char buf[8];
+        struct sockaddr_in from;
+        unsigned long got = 5;
+        return rx->readfrom(buf, sizeof(buf), &from, &got, 5000);
+    }));
+    EXPECT_TRUE(loggedAsError("[SPGenericSocket::read] >> FD_ISSET() is Zero !!!", "DLNA_OSAL"));
+
+    // A wait that cannot be made: no descriptor.
+    SPUDPSocket none;
+    none.close();
+    char buf[8];
+    struct sockaddr_in from;
+    unsigned long got = 5;
+    EXPECT_FALSE(none.readfrom(buf, sizeof(buf), &from, &got, 100));
+    EXPECT_EQ(got, 0u);
+    EXPECT_TRUE(loggedAsError("[SPGenericSocket::read] >> select failed !!!", "DLNA_OSAL"));
+
+    // A receive that fails: straight into it, with a receive time-out set.
+    struct timeval rcv = {0, 100000};
+    ASSERT_EQ(setsockopt(rx->get_fd(), SOL_SOCKET, SO_RCVTIMEO, &rcv, sizeof(rcv)), 0);
+    got = 5;
+    EXPECT_FALSE(rx->readfrom(buf, sizeof(buf), &from, &got, 0xFFFFFFFFUL));
+    EXPECT_EQ(got, 0u);
+    EXPECT_TRUE(loggedAsError("[SPGenericSocket::read] >> read lenth is Zero !!!", "DLNA_OSAL"));
+
+    // Only the time-out stays silent.
+    host::clearLog();
+    EXPECT_FALSE(rx->readfrom(buf, sizeof(buf), &from, &got, 50));
+    EXPECT_TRUE(testsupport::messages().empty()) << testing::PrintToString(testsupport::messages());
+}
+
+// --- descriptors above FD_SETSIZE --------------------------------------------------
+
+TEST_F(Sockets, TimedConnectAndReadWorkOnDescriptorsAbove1024) {
+    testsupport::HighDescriptors high;
+    if (!high.why().empty()) GTEST_SKIP() << high.why();
+    Connection c;
+    ASSERT_GT(c.client.get_fd(), 1024);
+    ASSERT_GE(c.peer.fd, 0) << "the timed connect completed";
+    EXPECT_FALSE(isNonBlockingFd(c.client.get_fd()));
+    char buf[16];
+    unsigned long got = 0;
+    // Data, a time-out, and the peer closing: each reported as for any socket.
+    ASSERT_EQ(::send(c.peer.fd, "high", 4, 0), 4);
+    EXPECT_TRUE(c.client.read(buf, sizeof(buf), &got, 1000));
+    EXPECT_EQ(std::string(buf, got), "high");
+    const auto t0 = std::chrono::steady_clock::now();
+    EXPECT_FALSE(c.client.read(buf, sizeof(buf), &got, 150));
+    EXPECT_GE(elapsedMs(t0), 150);
+    EXPECT_TRUE(loggedAsError("[SPGenericSocket::read] >> Time Out !!!", "DLNA_OSAL"));
+    c.peer.reset();
+    got = 99;
+    EXPECT_TRUE(c.client.read(buf, sizeof(buf), &got, 1000));
+    EXPECT_EQ(got, 0u);
+    EXPECT_FALSE(testsupport::logged("[SPGenericSocket::read] >> select failed !!!", "DLNA_OSAL"));
+
+    // A refused connection still reports the pending error.
+    host::clearLog();
+    Fd closedPort(rawTcp(-1));
+    ASSERT_GT(closedPort.fd, 1024);
+    struct sockaddr_in a = loopback(portOf(closedPort.fd));
+    SPTCPSocket s;
+    ASSERT_GT(s.get_fd(), 1024);
+    EXPECT_FALSE(s.connect(&a, 5));
+    EXPECT_TRUE(loggedAsError("ECONNREFUSED", "DLNA_OSAL")) << testing::PrintToString(testsupport::messages());
+    EXPECT_FALSE(testsupport::logged("select failed  with : Bad file descriptor !!!", "DLNA_OSAL"));
+}
+
+TEST_F(Sockets, UdpReadfromWorksOnADescriptorAbove1024) {
+    testsupport::HighDescriptors high;
+    if (!high.why().empty()) GTEST_SKIP() << high.why();
+    std::unique_ptr<SPUDPSocket> rx(boundUdp());
+    std::unique_ptr<SPUDPSocket> tx(boundUdp());
+    ASSERT_NE(rx, nullptr);
+    ASSERT_NE(tx, nullptr);
+    ASSERT_GT(rx->get_fd(), 1024);
+    struct sockaddr_in to = loopback(portOf(rx->get_fd()));
+    unsigned long sent = 0;
+    ASSERT_TRUE(tx->sendto("NOTIFY", 6, &to, &sent));
+    char buf[16];
+    struct sockaddr_in from;
+    unsigned long got = 0;
+    EXPECT_TRUE(rx->readfrom(buf, sizeof(buf), &from, &got, 1000));
+    EXPECT_EQ(std::string(buf, got), "NOTIFY");
+    EXPECT_FALSE(rx->readfrom(buf, sizeof(buf), &from, &got, 50));
+    EXPECT_TRUE(testsupport::messages().empty()) << testing::PrintToString(testsupport::messages());
 }
 
 TEST_F(Sockets, UdpSendtoFailureReportsZeroSent) {

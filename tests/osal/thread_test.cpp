@@ -5,7 +5,9 @@
 
 #include <atomic>
 #include <chrono>
+#include <condition_variable>
 #include <functional>
+#include <mutex>
 #include <thread>
 
 #include "SP/osal/SPGenericThread.h"
@@ -189,13 +191,59 @@ TEST_F(Threads, DetachedStartRunsTheBodyAndJoinDoesNotWait) {
     EXPECT_TRUE(testsupport::messages().empty());
 }
 
-TEST_F(Threads, AttachRunsTheBodyOnTheCallingThread) {
-    FnThread t(nullptr);
-    t.attach();
-    EXPECT_TRUE(t.ran.load());
-    EXPECT_EQ(t.seenCurrent.load(), &t);
-    EXPECT_TRUE(pthread_equal(t.handle(), pthread_self()));
-    EXPECT_EQ(SPGenericThread::current_thread(), nullptr) << "the caller is free again after the body";
+TEST_F(Threads, AttachRunsTheBodyOnTheCallingThreadWhichKeepsTheObject) {
+    {
+        FnThread t(nullptr);
+        t.attach();
+        EXPECT_TRUE(t.ran.load());
+        EXPECT_EQ(t.seenCurrent.load(), &t);
+        EXPECT_TRUE(pthread_equal(t.handle(), pthread_self()));
+        EXPECT_EQ(SPGenericThread::current_thread(), &t) << "the caller keeps its thread object after the body";
+    }
+    EXPECT_EQ(SPGenericThread::current_thread(), nullptr) << "until the object is destroyed";
+    EXPECT_TRUE(testsupport::messages().empty());
+}
+
+TEST_F(Threads, SecondAttachAfterTheFirstBodyReturnedLogsMyAssertAndDoesNotRun) {
+    FnThread first(nullptr);
+    FnThread second(nullptr);
+    first.attach();
+    ASSERT_TRUE(first.ran.load());
+    second.attach();
+    EXPECT_FALSE(second.ran.load());
+    EXPECT_EQ(testsupport::countLogged("myAssert", "DLNA_OSAL"), 1);
+    EXPECT_EQ(SPGenericThread::current_thread(), &first);
+}
+
+TEST_F(Threads, AttachedObjectDestroyedOnAnotherThreadIsNoLongerTheCallersThreadObject) {
+    auto* t = new FnThread(nullptr);
+    std::mutex m;
+    std::condition_variable cv;
+    int stage = 0;
+    SPGenericThread* afterBody = nullptr;
+    SPGenericThread* afterDelete = reinterpret_cast<SPGenericThread*>(1);
+    std::thread caller([&] {
+        t->attach();
+        afterBody = SPGenericThread::current_thread();
+        std::unique_lock<std::mutex> g(m);
+        stage = 1;
+        cv.notify_all();
+        cv.wait_for(g, std::chrono::seconds(10), [&] { return stage == 2; });
+        afterDelete = SPGenericThread::current_thread();
+    });
+    {
+        std::unique_lock<std::mutex> g(m);
+        ASSERT_TRUE(cv.wait_for(g, std::chrono::seconds(10), [&] { return stage == 1; }));
+    }
+    EXPECT_EQ(afterBody, t);
+    delete t;
+    {
+        std::lock_guard<std::mutex> g(m);
+        stage = 2;
+        cv.notify_all();
+    }
+    caller.join();
+    EXPECT_EQ(afterDelete, nullptr) << "a destroyed object is never handed out";
 }
 
 TEST_F(Threads, AttachFromAThreadThatHasAThreadObjectLogsMyAssertAndDoesNotRun) {

@@ -300,18 +300,41 @@ TEST_F(PushApi, FileSentRightAfterTheAnswerFindsThePhone) {
     EXPECT_TRUE(phone.files()[0] == clienttest::readFile(gInstantPath));
 }
 
-TEST_F(PushApi, RefusedPhoneGets401AndTheNextPhoneIsAskedAgain) {
-    TestPhone first(12), second(13);
+TEST_F(PushApi, RefusedPhoneGets401AndReopensTheServerToTheNextPhone) {
+    // A phone's announcement closes the server to other phones while it is
+    // served. A refusal ends that service, and the refused phone never sends
+    // a bye-bye that would reopen it (it was never accepted): without the
+    // reopening, one refusal would lock every phone out until the push is
+    // restarted.
+    TestPhone first(12), second(13), meanwhile(43);
     ASSERT_EQ(DlnaSelectivePush_ServerStart(onPushEvent), 1);
     ASSERT_TRUE(waitFor(69));
     ASSERT_TRUE(first.announce());
     ASSERT_TRUE(waitFor(61));
+    ASSERT_TRUE(meanwhile.announce());
+    EXPECT_EQ(meanwhile.answer(), "HTTP/1.1 503 Service Unavailable\r\nServer: ORB_SP_EX2F\r\n\r\n");
     DlnaSelectivePush_SendUserStartEvent(0);
     EXPECT_EQ(first.answer(), "HTTP/1.1 401 Unauthorized\r\nServer: ORB_SP_EX2F\r\n\r\n");
     ASSERT_TRUE(second.announce());
     ASSERT_TRUE(waitFor(61, 8000, second.mac()));
     DlnaSelectivePush_SendUserStartEvent(1);
     EXPECT_EQ(second.answer(), kOk);
+    EXPECT_EQ(countOf(61, meanwhile.mac()), 0);
+}
+
+TEST_F(PushApi, AnswerGoesToThePhoneOfTheLatestNewPhoneEvent) {
+    // The answer is for the phone the UI was just asked about, which need not
+    // be the data server: here the first phone was accepted and left, and the
+    // next one is admitted without taking its place.
+    TestPhone first(41), second(42);
+    acceptedPhone(first);
+    EXPECT_TRUE(first.leave());
+    ASSERT_TRUE(waitFor(63));
+    ASSERT_TRUE(second.announce());
+    ASSERT_TRUE(waitFor(61, 8000, second.mac()));
+    DlnaSelectivePush_SendUserStartEvent(1);
+    EXPECT_EQ(second.answer(), kOk);
+    EXPECT_FALSE(testsupport::logged("[SP] Entry Not found ", "DLNA_SP"));
 }
 
 TEST_F(PushApi, WaitingForAPhoneEndsWhenOneAnnouncesItself) {
@@ -321,6 +344,33 @@ TEST_F(PushApi, WaitingForAPhoneEndsWhenOneAnnouncesItself) {
     std::thread ui([&] { result = DlnaSelectivePush_WaitingUserStartEvent(&answer); });
     ASSERT_TRUE(phone.announce());
     ui.join();
+    EXPECT_EQ(result, 0);
+    EXPECT_EQ(answer, 1);
+}
+
+TEST_F(PushApi, PhoneAnnouncedBeforeTheUiWaitsIsNotLostToTheWait) {
+    // The UI may start waiting only after the phone announced itself; the
+    // wait must find that announcement, not "no answer" (65535).
+    TestPhone phone(49);
+    ASSERT_EQ(DlnaSelectivePush_ServerStart(onPushEvent), 1);
+    ASSERT_TRUE(waitFor(69));
+    ASSERT_TRUE(phone.announce());
+    ASSERT_TRUE(waitFor(61));
+    // Logged once the UI callback (and the post that follows it) returned.
+    for (int i = 0; i < 500 && !testsupport::logged("SPServer confirmed from UI", "DLNA_SP"); ++i)
+        std::this_thread::sleep_for(std::chrono::milliseconds(10));
+    ASSERT_TRUE(testsupport::logged("SPServer confirmed from UI", "DLNA_SP"));
+    std::atomic<bool> returned{false};
+    int answer = 0, result = -1;
+    std::thread ui([&] {
+        result = DlnaSelectivePush_WaitingUserStartEvent(&answer);
+        returned = true;
+    });
+    for (int i = 0; i < 300 && !returned; ++i) std::this_thread::sleep_for(std::chrono::milliseconds(10));
+    const bool atOnce = returned;
+    if (!atOnce) DlnaSelectivePush_Terminate();  // wakes the wait
+    ui.join();
+    EXPECT_TRUE(atOnce) << "the wait did not find the announcement";
     EXPECT_EQ(result, 0);
     EXPECT_EQ(answer, 1);
 }
@@ -433,6 +483,35 @@ TEST_F(MultiPush, TenPhonesGetOnePictureResizedOnceAndLeaveOneByOne) {
     EXPECT_EQ(DlnaSelective_NPush_Terminate(), 1);
     EXPECT_EQ(GetAllShareMode(), 0u);
     EXPECT_EQ(SPGetServerPort(), 0);
+}
+
+TEST_F(MultiPush, TerminateIsNotHeldByAPhoneThatStoppedReading) {
+    // Three transfers run; the second phone (the one the stop-all walk of the
+    // terminate passes over) stopped reading mid-body, so its transfer could
+    // wait to send for 100 hours. Terminate asks it to stop and returns.
+    TestPhone a(46), b(47), c(48);
+    ASSERT_EQ(DlnaSelective_NPush_Initialize(onPushEvent), 1);
+    admit(a, 71);
+    admit(b, 78);
+    admit(c, 78);
+    b.setAnswer(TestPhone::Answer::StopReading);
+    const std::string path = m_dir.path() + "/SAM_0104.JPG";
+    clienttest::writeFile(path, std::string(16 * 1024 * 1024, 'x'));
+    for (TestPhone* p : {&a, &b, &c})
+        ASSERT_EQ(DlnaSelective_NPush_StartFileTransfer(p->mac().c_str(), path.c_str()), 1);
+    ASSERT_TRUE(b.waitStoppedReading(10000));
+    ASSERT_TRUE(waitFor(74, 8000, a.mac()));
+    ASSERT_TRUE(waitFor(74, 8000, c.mac()));
+    const auto t0 = std::chrono::steady_clock::now();
+    EXPECT_EQ(DlnaSelective_NPush_Terminate(), 1);
+    const auto took =
+        std::chrono::duration_cast<std::chrono::milliseconds>(std::chrono::steady_clock::now() - t0).count();
+    // Each transfer sees its stop within about a second; the server's loop
+    // another second at most.
+    EXPECT_LT(took, 8000);
+    EXPECT_EQ(countOf(75, b.mac()), 1);
+    EXPECT_EQ(countOf(73, b.mac()), 0);
+    EXPECT_EQ(clienttest::countThreadsNamed("SPClientThread"), 0);
 }
 
 TEST_F(MultiPush, StorageFullAndUnsupportedNameThePhone) {

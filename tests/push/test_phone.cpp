@@ -87,6 +87,11 @@ bool TestPhone::waitHeads(size_t count, int timeoutMs) {
     return m_changed.wait_for(g, std::chrono::milliseconds(timeoutMs), [&] { return m_heads.size() >= count; });
 }
 
+bool TestPhone::waitStoppedReading(int timeoutMs) {
+    std::unique_lock<std::mutex> g(m_lock);
+    return m_changed.wait_for(g, std::chrono::milliseconds(timeoutMs), [&] { return m_bStoppedReading; });
+}
+
 void TestPhone::serve() {
     // Bounded: the camera makes a handful of connections per test; the loop
     // ends when the phone is destroyed.
@@ -101,6 +106,11 @@ void TestPhone::serve() {
 }
 
 void TestPhone::serveOne(int fd) {
+    if (m_answer.load() == Answer::StopReading) {
+        // A small window: the camera's sends block soon after the phone stops.
+        const int small = 4096;
+        setsockopt(fd, SOL_SOCKET, SO_RCVBUF, &small, sizeof small);
+    }
     const std::string head = testsupport::recvUntil(fd, "\r\n\r\n", 10000);
     {
         std::lock_guard<std::mutex> g(m_lock);
@@ -118,9 +128,21 @@ void TestPhone::serveOne(int fd) {
             testsupport::sendAll(fd, "HTTP/1.1 500 Internal Server Error\r\nSub-ErrorCode: 2503\r\n\r\n");
             return;
         case Answer::Accept:
+        case Answer::StopReading:
             break;
     }
     if (!testsupport::sendAll(fd, "HTTP/1.1 100 Continue\r\n\r\n")) return;
+    if (m_answer.load() == Answer::StopReading) {
+        clienttest::recvExactly(fd, 64 * 1024, 10000);
+        {
+            std::lock_guard<std::mutex> g(m_lock);
+            m_bStoppedReading = true;
+        }
+        m_changed.notify_all();
+        // Bounded by the phone's life (and a minute at most).
+        for (int i = 0; i < 3000 && !m_stop.load(); ++i) std::this_thread::sleep_for(std::chrono::milliseconds(20));
+        return;
+    }
     const long long length = clienttest::contentLength(head);
     if (length < 0) return;
     std::string body = clienttest::recvExactly(fd, static_cast<size_t>(length), 20000);

@@ -18,8 +18,10 @@ namespace pushtest {
 
 class TestPhone {
 public:
-    // How the data server answers a POST.
-    enum class Answer { Accept, StorageFull, Unsupported };
+    // How the data server answers a POST. StopReading: answers 100, takes the
+    // first 64 KiB of the body and then reads nothing more (keeping the
+    // connection open) until the phone is destroyed.
+    enum class Answer { Accept, StorageFull, Unsupported, StopReading };
 
     explicit TestPhone(int n);
     ~TestPhone();
@@ -46,6 +48,8 @@ public:
     std::vector<std::string> heads();
     // Waits until count heads arrived.
     bool waitHeads(size_t count, int timeoutMs);
+    // Waits until a StopReading phone has stopped reading.
+    bool waitStoppedReading(int timeoutMs);
 
 private:
     void serve();
@@ -62,6 +66,7 @@ private:
     std::condition_variable m_changed;
     std::vector<std::string> m_files;
     std::vector<std::string> m_heads;
+    bool m_bStoppedReading = false;
     std::thread m_thread;
 };
 

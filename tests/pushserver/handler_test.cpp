@@ -231,6 +231,20 @@ TEST_F(Handler, PeerThatClosesAtOnceEndsTheWaitWithoutSpinning) {
     EXPECT_TRUE(testsupport::logged("HTTP Connection Timeout - thread will be stopped!", "DLNA_SP"));
 }
 
+TEST_F(Handler, PeerThatClosesMidHeadEndsTheReadAtOnce) {
+    // Nothing more can come after the close: the read ends there, without
+    // waiting out its five seconds, and the part is reported as corrupted.
+    ASSERT_TRUE(sendAll(m_phone, "GET /sp/control HTTP/1.1\r\nNTS: al"));
+    close(m_phone);
+    m_phone = -1;
+    auto t0 = std::chrono::steady_clock::now();
+    EXPECT_EQ(handle(), 1);
+    EXPECT_LT(msSince(t0), 4000);
+    EXPECT_TRUE(testsupport::logged("HTTP Connection: received corrupted HTTP header:\nGET /sp/control HTTP/1.1\r\nNTS: al",
+                                    "DLNA_SP"));
+    EXPECT_TRUE(m_notifier.calls.empty());
+}
+
 TEST_F(Handler, HeadThatNeverEndsTimesOutAfterFiveSeconds) {
     ASSERT_TRUE(sendAll(m_phone, "GET /sp/control HTTP/1.1\r\nNTS: al"));
     auto t0 = std::chrono::steady_clock::now();

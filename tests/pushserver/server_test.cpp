@@ -3,6 +3,9 @@
 // stand-in), the UI played by the server's callback.
 #include <gtest/gtest.h>
 
+#include <dlfcn.h>
+#include <sys/prctl.h>
+#include <sys/socket.h>
 #include <unistd.h>
 
 #include <chrono>
@@ -20,6 +23,30 @@
 
 using testsupport::recvUntil;
 using testsupport::sendAll;
+
+// ---- A socket option that cannot be set ----------------------------------------
+// The kernel never refuses SO_REUSEADDR on a fresh socket, so this suite
+// stands in for setsockopt itself (the library is linked into this program,
+// so its calls come here): every call goes on to the system's, except that,
+// while armed, SO_REUSEADDR asked for on the push server's thread fails as
+// an unsupported option would.
+std::atomic<bool> gFailServerReuseAddr{false};
+std::atomic<int> gRefusedReuseAddr{0};
+
+extern "C" int setsockopt(int fd, int level, int name, const void* value, socklen_t length) noexcept {
+    using Setsockopt = int (*)(int, int, int, const void*, socklen_t);
+    static const Setsockopt system = reinterpret_cast<Setsockopt>(dlsym(RTLD_NEXT, "setsockopt"));
+    if (level == SOL_SOCKET && name == SO_REUSEADDR && gFailServerReuseAddr.load()) {
+        char thread[16] = {};
+        prctl(PR_GET_NAME, thread, 0, 0, 0);
+        if (strcmp(thread, "SPServerThread") == 0) {
+            ++gRefusedReuseAddr;
+            errno = ENOPROTOOPT;
+            return -1;
+        }
+    }
+    return system(fd, level, name, value, length);
+}
 
 namespace {
 
@@ -173,6 +200,31 @@ TEST_F(PushServer, AllThreePortsTakenStopsTheServerWithEvent3) {
     close(a);
     close(b);
     close(c);
+}
+
+TEST_F(PushServer, SocketOptionThatCannotBeSetStopsTheServerWithEvent3) {
+    const int fdsBefore = testsupport::openDescriptorCount();
+    gRefusedReuseAddr = 0;
+    gFailServerReuseAddr = true;
+    m_server = new SPServer;
+    m_server->setCallback(onServerEvent);
+    m_server->start();
+    EXPECT_EQ(m_server->waitSemaphore(300), 0);
+    auto events = waitEvents(1);
+    m_server->stopAndJoin();
+    gFailServerReuseAddr = false;
+    EXPECT_GT(gRefusedReuseAddr.load(), 0);
+    ASSERT_EQ(events.size(), 1u);
+    EXPECT_EQ(events[0].event, EVENT_DEVICE_SERVER_FAIL);
+    EXPECT_FALSE(events[0].hasInfo);
+    EXPECT_TRUE(testsupport::logged("[SP] setsockopt() SO_REUSEADD Rerror", "DLNA_SP"));
+    // The thread ended there: nothing bound, nothing listening, the socket
+    // closed, and no ready event after the failure.
+    EXPECT_FALSE(testsupport::logged("\033[m[SP] bind success with 8100", "DLNA_SP"));
+    EXPECT_EQ(m_server->getServerPort(), 0);
+    EXPECT_LT(testsupport::connectFrom("127.0.0.1", "127.0.0.1", 8100), 0);
+    EXPECT_EQ(testsupport::openDescriptorCount(), fdsBefore);
+    EXPECT_EQ(eventsNow().size(), 1u);
 }
 
 TEST_F(PushServer, FirstPhoneIsAskedAndAcceptedLaterFromAnotherThread) {

@@ -80,6 +80,25 @@ protected:
 
 const Calls kPictureTitles = {"DSC00001.JPG", "DSC00002.JPG", "MOV00003.MP4"};
 
+// A UI whose callback does not return from event 91 (build started) until
+// the test lets it: no cancel reaches the build there.
+testsupport::Hold gStuckInBuildStart;
+void stuckInBuildStart(int event) {
+    if (event == kRvfEventDBStarted) gStuckInBuildStart.enter();
+}
+
+// The terminates' wait for a build, shortened for one test.
+struct ShortBuildWait {
+    explicit ShortBuildWait(int ms) {
+        gStuckInBuildStart.reset();
+        gDBThreadFinishWaitMs = ms;
+    }
+    ~ShortBuildWait() {
+        gStuckInBuildStart.release();
+        gDBThreadFinishWaitMs = 30000;
+    }
+};
+
 TEST_F(DbThread, BuildOnAFreshCardReportsStartThenReadyAndSharesEveryItem) {
     char selection[] = "/some/selection";
     SetSelectImagePath(selection);
@@ -204,6 +223,47 @@ TEST_F(DbThread, TerminateDuringABuildCancelsItAndWaitsForTheThread) {
     // The UI heard the end of the build before its callback was cleared.
     EXPECT_EQ(rvftest::eventIds(), (std::vector<int>{91, 92}));
     EXPECT_EQ(finalReport(), 2);
+    EXPECT_EQ(DlnaRVFEvent(40, nullptr), 0) << "no build after the terminate";
+}
+
+TEST_F(DbThread, TerminateGivesUpOnABuildThatDoesNotEndWithinItsBound) {
+    ShortBuildWait shortWait(300);
+    rvftest::setEventAction(stuckInBuildStart);
+    ASSERT_EQ(DlnaRVFEvent(40, nullptr), 1);
+    ASSERT_TRUE(gStuckInBuildStart.waitInside());
+    auto t0 = Clock::now();
+    EXPECT_EQ(DlnaRVFTerminate(), 1);
+    auto took = Clock::now() - t0;
+    EXPECT_GE(took, std::chrono::milliseconds(300));
+    EXPECT_LT(took, std::chrono::seconds(8));
+    EXPECT_TRUE(logged("DlnaDBThread still running", "DLNA"));
+    EXPECT_TRUE(logged("DlnaRVFTerminate () is finishing .... done ", "DLNA")) << "the terminate went on";
+    EXPECT_EQ(GetAllShareMode(), 0u);
+    // Let go, the build ends on its own; its report reaches no callback.
+    gStuckInBuildStart.release();
+    for (int i = 0; i < 1000 && !logged("[DlnaDBThread] return", "DLNA"); ++i)
+        std::this_thread::sleep_for(std::chrono::milliseconds(10));
+    EXPECT_TRUE(logged("[DlnaDBThread] return", "DLNA"));
+    EXPECT_EQ(rvftest::eventIds(), std::vector<int>{kRvfEventDBStarted});
+    EXPECT_TRUE(logged("ERROR : gRVFCallback is NULL", "DLNA"));
+}
+
+TEST_F(RvfTest, MonitorTerminateDuringABuildCancelsItAndWaitsForTheThread) {
+    writeCard();
+    ASSERT_TRUE(DlnaBMStart(rvftest::recorder()));
+    host::rvf::holdParses(true);
+    ASSERT_EQ(DlnaRVFEvent(40, nullptr), 1);
+    ASSERT_TRUE(host::rvf::waitForHeldParse(10000));
+    auto t0 = Clock::now();
+    EXPECT_EQ(DlnaBMTerminate(), 1);
+    EXPECT_LT(Clock::now() - t0, std::chrono::seconds(10));
+    // The UI heard the end of the build before its callback was cleared.
+    EXPECT_EQ(rvftest::eventIds(), (std::vector<int>{kRvfEventDBStarted, kRvfEventDBFinished}));
+    int report = -1;
+    for (const rvftest::Event& e : rvftest::events())
+        if (e.id == kRvfEventDBFinished) report = e.intValue;
+    EXPECT_EQ(report, 2);
+    EXPECT_TRUE(logged("DlnaBMTerminate () is finishing .... done ", "DLNA"));
     EXPECT_EQ(DlnaRVFEvent(40, nullptr), 0) << "no build after the terminate";
 }
 

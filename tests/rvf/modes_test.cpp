@@ -8,6 +8,7 @@
 #include "Dlna/DlnaRvfMl.h"
 #include "Dlna/Dlna_RVF_interface.h"
 #include "host_media.h"
+#include "host_nasl.h"
 #include "rvf_fixture.h"
 #include "rvf_lib.h"
 

@@ -1,5 +1,6 @@
 #include "support/test_support.h"
 
+#include <chrono>
 #include <cstdlib>
 #include <filesystem>
 #include <stdexcept>
@@ -43,6 +44,29 @@ TempDir::TempDir() {
 TempDir::~TempDir() {
     std::error_code ec;
     std::filesystem::remove_all(m_path, ec);
+}
+
+void Hold::enter(int limitMs) {
+    std::unique_lock<std::mutex> l(m_lock);
+    m_inside = true;
+    m_changed.notify_all();
+    m_changed.wait_for(l, std::chrono::milliseconds(limitMs), [this] { return m_released; });
+}
+
+bool Hold::waitInside(int timeoutMs) {
+    std::unique_lock<std::mutex> l(m_lock);
+    return m_changed.wait_for(l, std::chrono::milliseconds(timeoutMs), [this] { return m_inside; });
+}
+
+void Hold::release() {
+    std::lock_guard<std::mutex> g(m_lock);
+    m_released = true;
+    m_changed.notify_all();
+}
+
+void Hold::reset() {
+    std::lock_guard<std::mutex> g(m_lock);
+    m_inside = m_released = false;
 }
 
 }  // namespace testsupport

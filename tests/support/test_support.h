@@ -2,6 +2,8 @@
 #ifndef CAMWIFI_TEST_SUPPORT_H
 #define CAMWIFI_TEST_SUPPORT_H
 
+#include <condition_variable>
+#include <mutex>
 #include <string>
 #include <vector>
 
@@ -28,6 +30,27 @@ public:
 
 private:
     std::string m_path;
+};
+
+// A place where a thread of the library is held, typically inside a UI
+// callback that does not return, until the test lets it go or limitMs
+// passed; the test can wait until a thread is inside.
+class Hold {
+public:
+    // Called by the thread to hold.
+    void enter(int limitMs = 20000);
+    // True once a thread entered (waits at most timeoutMs).
+    bool waitInside(int timeoutMs = 10000);
+    // Lets every held thread, and every later one, go on.
+    void release();
+    // As new: nobody inside, not released.
+    void reset();
+
+private:
+    std::mutex m_lock;
+    std::condition_variable m_changed;
+    bool m_inside = false;
+    bool m_released = false;
 };
 
 }  // namespace testsupport

@@ -4,6 +4,7 @@
 // push story with phone-sim as the phone, or gives a person a command line.
 #include <fcntl.h>
 #include <signal.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <atomic>
@@ -35,6 +36,25 @@ void onSignal(int sig) {
     (void)ignored;
 }
 
+std::string besideThisProgram(const std::string& name) {
+    char self[PATH_MAX];
+    const ssize_t n = readlink("/proc/self/exe", self, sizeof self - 1);
+    if (n <= 0) return name;
+    self[n] = '\0';
+    std::string dir(self);
+    return dir.substr(0, dir.find_last_of('/') + 1) + name;
+}
+
+// An installed camwifi-sim finds the samples installed with it
+// (<bindir>/../share/camwifi/samples); one run from its build tree finds
+// them in the source tree.
+std::string defaultSamples() {
+    const std::string installed = besideThisProgram(CAMWIFI_SIM_INSTALLED_SAMPLES_DIR);
+    struct stat st;
+    if (stat((installed + "/SAM_0001.JPG").c_str(), &st) == 0) return installed;
+    return CAMWIFI_SIM_SAMPLES_DIR;
+}
+
 void usage(FILE* to) {
     fprintf(to,
             "usage: camwifi-sim [OPTIONS]                 play the push story (phone-sim is the phone)\n"
@@ -62,16 +82,7 @@ void usage(FILE* to) {
             "                     error on the terminal (default: into its log file)\n"
             "\n"
             "The mode server needs port 7788, the push server one of 8100 to 8102.\n",
-            CAMWIFI_SIM_SAMPLES_DIR);
-}
-
-std::string besideThisProgram(const std::string& name) {
-    char self[PATH_MAX];
-    const ssize_t n = readlink("/proc/self/exe", self, sizeof self - 1);
-    if (n <= 0) return name;
-    self[n] = '\0';
-    std::string dir(self);
-    return dir.substr(0, dir.find_last_of('/') + 1) + name;
+            defaultSamples().c_str());
 }
 
 struct Args {
@@ -80,7 +91,7 @@ struct Args {
     bool autoAccept = false;
     bool keep = false;
     bool libraryOutput = false;
-    std::string samples = CAMWIFI_SIM_SAMPLES_DIR;
+    std::string samples = defaultSamples();
     std::string photo, video, phoneSim, log;
     int timeoutSeconds = 20;
 };

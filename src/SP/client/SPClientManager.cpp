@@ -38,11 +38,16 @@ void SPClientManager::destroyInstance() {
     {
         std::lock_guard<std::mutex> lock(instanceLock());
         dying = m_Instance;
-        m_Instance = nullptr;
+        // Already going (another thread is destroying it): nothing to do.
+        if (dying == nullptr || dying->m_bClosing.exchange(true)) return;
     }
     // Deleted outside the instance lock: the destructor waits for transfers
-    // whose event callbacks may ask for the instance.
+    // whose event callbacks may ask for the instance. Until it is gone they
+    // get this one, which refuses new transfers; a fresh manager made for
+    // them would start transfers that no terminate ever stops.
     delete dying;
+    std::lock_guard<std::mutex> lock(instanceLock());
+    m_Instance = nullptr;
 }
 
 SPClientManager::SPClientManager() { ClearResizeHistory(); }
@@ -50,10 +55,15 @@ SPClientManager::SPClientManager() { ClearResizeHistory(); }
 SPClientManager::~SPClientManager() {
     // The stop-all walk passes over every second transfer by design, and
     // those keep running and report later. Their events arrive through this
-    // object, so it must outlive them: wait for each to finish on its own
-    // (no stop is requested, so each ends and reports as it would have),
-    // then delete it. Transfers created from their callbacks meanwhile are
-    // reaped the same way.
+    // object, so it must outlive them; but waiting for them to end on their
+    // own could take without limit (a phone that stops reading or trickles
+    // its reply keeps a transfer going for as long as it likes, and the UI's
+    // terminate would hang with it). So each is asked to stop (it reports
+    // TRANSFER_FAIL like any stopped transfer), then joined and deleted: the
+    // manager goes within one transfer's stop latency. Transfers asked for
+    // from their callbacks meanwhile are refused (see createFileTransfer), so
+    // the reaping ends.
+    m_bClosing.store(true);  // also when deleted other than through destroyInstance
     for (;;) {
         std::vector<SPHTTPClientHandler*> left;
         {
@@ -61,6 +71,9 @@ SPClientManager::~SPClientManager() {
             if (m_vHandlers.empty()) break;
             left.swap(m_vHandlers);
         }
+        // All asked first, so they wind down together rather than one after
+        // another.
+        for (SPHTTPClientHandler* handler : left) handler->requestExit();
         for (SPHTTPClientHandler* handler : left) {
             handler->join();
             delete handler;
@@ -101,11 +114,23 @@ void SPClientManager::fail(const char* mac) {
 }
 
 void SPClientManager::startAndKeep(SPHTTPClientHandler* handler) {
-    // Started and appended under the lock, so no stop walks past a handler
-    // that runs but is not yet in the vector.
-    std::lock_guard<std::mutex> lock(m_oLock);
-    handler->start();
-    m_vHandlers.push_back(handler);
+    {
+        // Started and appended under the lock, so no stop walks past a
+        // handler that runs but is not yet in the vector.
+        std::lock_guard<std::mutex> lock(m_oLock);
+        if (!m_bClosing.load()) {
+            handler->start();
+            m_vHandlers.push_back(handler);
+            return;
+        }
+    }
+    // The manager is being torn down: a transfer started now would only be
+    // stopped again, and a UI that retries a failed push from its callback
+    // would keep the teardown going. The push fails at once instead.
+    const std::string phone = handler->clientMac();
+    delete handler;
+    DLNA_LOG_E(DLNA_SP_TAG, "Transfer refused while the push is terminating, MAC %s", phone.c_str());
+    fail(phone.c_str());
 }
 
 bool SPClientManager::claim(SPHTTPClientHandler* handler) {

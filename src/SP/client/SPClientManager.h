@@ -95,8 +95,9 @@ public:
 
 private:
     SPClientManager();
-    // Waits for every transfer still held to finish (the stop-all walk
-    // leaves every second one running), then deletes them.
+    // Asks every transfer still held to stop (the stop-all walk leaves every
+    // second one running), then joins and deletes them: returns within one
+    // transfer's stop latency, whatever the phones do.
     ~SPClientManager() override;
     SPClientManager(const SPClientManager&) = delete;
     SPClientManager& operator=(const SPClientManager&) = delete;
@@ -117,6 +118,7 @@ private:
     std::vector<SPHTTPClientHandler*> m_vHandlers;                 // running and finished transfers, in creation order
     std::atomic<SPClntNotificationCallbackFn> m_pCallback{nullptr};  // the push API's callback; may be null
     std::atomic<int> m_iImageTransferSize{0};                      // 1: resize JPEGs before sending
+    std::atomic<bool> m_bClosing{false};                           // being destroyed: no new transfers
     stSPImageResizeData m_oResize;                                  // the resize history
 };
 

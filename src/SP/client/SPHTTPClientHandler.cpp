@@ -1,7 +1,6 @@
 #include "SP/client/SPHTTPClientHandler.h"
 
 #include <arpa/inet.h>
-#include <poll.h>
 #include <strings.h>
 #include <sys/prctl.h>
 
@@ -17,6 +16,7 @@
 #include "SP/SPDeviceName.h"
 #include "SP/client/SPFileStream.h"
 #include "SP/osal/SPGenericSocket.h"
+#include "SP/osal/SPSocketWait.h"
 #include "nasl_wifi.h"
 
 namespace {
@@ -434,11 +434,9 @@ bool SPHTTPClientHandler::sendData(const char* data, long length) {
             DLNA_LOG_E(DLNA_SP_TAG, "[SPHTTPClientHandler::sendData] Sending operaition is cancelled!");
             return false;
         }
-        // poll rather than select: a descriptor above FD_SETSIZE must not
-        // overrun a descriptor set. Waits of a second at most, so a stop
-        // request is seen within one.
-        struct pollfd p = {m_pSocket->get_fd(), POLLOUT, 0};
-        const int rc = poll(&p, 1, static_cast<int>(left < 1000 ? left : 1000));
+        // Waits of a second at most, so a stop request is seen within one.
+        bool writable = false;
+        const int rc = SPWaitWritable(m_pSocket->get_fd(), left < 1000 ? left : 1000, &writable);
         if (rc < 0 && errno != EINTR) {
             DLNA_LOG_E(DLNA_SP_TAG, "Error in SPHTTPClientHandler - select() failure");
             return false;
@@ -480,9 +478,11 @@ bool SPHTTPClientHandler::readResponse(int timeoutMs) {
             start = nowMs();
             left = timeoutMs;
         }
+        if (!awaitReply(left)) break;  // a stop request
+        left = start + timeoutMs - nowMs();
         char buf[kReplyReadSize + 1];
         unsigned long got = 0;
-        const bool ok = m_pSocket->read(buf, kReplyReadSize, &got, static_cast<unsigned long>(left));
+        const bool ok = m_pSocket->read(buf, kReplyReadSize, &got, static_cast<unsigned long>(left > 0 ? left : 0));
         ++reads;
         if (ok && got == 0) break;  // the phone closed: no reply can follow
         if (got > 0) {
@@ -500,10 +500,26 @@ bool SPHTTPClientHandler::readResponse(int timeoutMs) {
     return false;
 }
 
+bool SPHTTPClientHandler::awaitReply(int64_t ms) {
+    // In slices of a second at most: a phone that stays silent must not keep
+    // a stopped transfer (and the terminate joining it) for a whole reply
+    // period. Readable, failed or out of time: the read that follows tells.
+    const int64_t deadline = nowMs() + ms;
+    for (;;) {
+        if (exitRequested()) return false;
+        const int64_t left = deadline - nowMs();
+        if (left <= 0) return true;
+        bool readable = false;
+        const int rc = SPWaitReadable(m_pSocket->get_fd(), left < 1000 ? left : 1000, &readable);
+        if (rc > 0 || (rc < 0 && errno != EINTR)) return true;
+    }
+}
+
+
 bool SPHTTPClientHandler::isRequestPending() {
     if (m_pSocket == nullptr || m_pSocket->get_fd() <= 0) return false;
-    struct pollfd p = {m_pSocket->get_fd(), POLLIN, 0};
-    return poll(&p, 1, 0) > 0 && (p.revents & POLLIN) != 0;
+    bool readable = false;
+    return SPWaitReadable(m_pSocket->get_fd(), 0, &readable) > 0 && readable;
 }
 
 void SPHTTPClientHandler::unfoldRequest(std::string& text) {

@@ -6,7 +6,10 @@
 // client manager resized a JPEG, from memory. The same class sends the
 // one-shot turn-down request that tells a phone application to leave.
 //
-// Created, started, stopped and deleted by the client manager only.
+// Created, started, stopped and deleted by the client manager only. A stop
+// (requestExit) is seen within about a second wherever the transfer waits:
+// for the phone to take more body bytes, or for its reply. That is what
+// bounds stopping, replacing and terminating, whatever the phone does.
 #ifndef CAMWIFI_SP_HTTP_CLIENT_HANDLER_H
 #define CAMWIFI_SP_HTTP_CLIENT_HANDLER_H
 
@@ -105,6 +108,8 @@ private:
     bool sendResizedBody(unsigned char* chunk);
     bool sendChunk(const unsigned char* chunk, unsigned long length);
     Outcome finalReply();
+    // Waits up to ms for reply bytes; false as soon as a stop is requested.
+    bool awaitReply(int64_t ms);
     void post(eSPNotifyClntEvent event, int value);
 
     std::string m_sClientMac;            // receiving phone's MAC text; empty when none was given

@@ -2,7 +2,6 @@
 
 #include <arpa/inet.h>
 #include <fcntl.h>
-#include <sys/select.h>
 #include <sys/socket.h>
 #include <sys/time.h>
 #include <unistd.h>
@@ -15,7 +14,7 @@
 
 #include "Dlna/DlnaLog.h"
 #include "SP/osal/SPGenericThread.h"
-#include "SP/osal/SPSelect.h"
+#include "SP/osal/SPSocketWait.h"
 
 namespace {
 
@@ -37,24 +36,30 @@ void copyAddress(struct sockaddr_in* to, const struct sockaddr_in* from) {
     to->sin_addr = from->sin_addr;
 }
 
-// Waits up to ms for fd to become readable: the system's result (-1 also
-// when fd cannot be waited on); *ready tells whether fd is marked readable.
-int waitReadable(int fd, unsigned long ms, bool* ready) {
-    *ready = false;
-    if (!SPFitsFdSet(fd)) return -1;
-    fd_set rset;
-    FD_ZERO(&rset);
-    FD_SET(fd, &rset);
-    struct timeval tv;
-    tv.tv_sec = static_cast<time_t>(ms / 1000);
-    tv.tv_usec = static_cast<suseconds_t>((ms % 1000) * 1000);
-    const int rc = select(fd + 1, &rset, nullptr, nullptr, &tv);
-    const int err = errno;
-    // Linux leaves the set untouched when select fails (EINTR included).
-    *ready = FD_ISSET(fd, &rset);
-    errno = err;
-    return rc;
+// The wait before one receive of read and readfrom: true when fd is
+// readable within ms (or ms is kWaitForever: no wait). Failures are logged as
+// read's; a time-out is logged only when logTimeout is set.
+bool readyToReceive(int fd, unsigned long ms, bool logTimeout) {
+    if (ms == kWaitForever) return true;
+    bool ready = false;
+    const int rc = SPWaitReadable(fd, static_cast<int64_t>(ms), &ready);
+    if (rc == 0) {
+        if (logTimeout) DLNA_LOG_E(DLNA_OSAL_TAG, "[SPGenericSocket::read] >> Time Out !!!");
+        return false;
+    }
+    if (rc < 0 && errno != EINTR) {
+        DLNA_LOG_E(DLNA_OSAL_TAG, "[SPGenericSocket::read] >> select failed !!!");
+        return false;
+    }
+    if (!ready) {
+        DLNA_LOG_E(DLNA_OSAL_TAG, "[SPGenericSocket::read] >> FD_ISSET() is Zero !!!");
+        return false;
+    }
+    return true;
 }
+
+// Logs a failed receive of read and readfrom.
+void logReceiveFailed() { DLNA_LOG_E(DLNA_OSAL_TAG, "[SPGenericSocket::read] >> read lenth is Zero !!!"); }
 
 }  // namespace
 
@@ -108,22 +113,22 @@ bool SPGenericSocket::connect(struct sockaddr_in* a, int seconds) {
             DLNA_LOG_E(DLNA_OSAL_TAG, "Connect failed with : %s  !!!", strerror(errno));
             return false;
         }
-        fd_set rset;
-        fd_set wset;
+        SPWaitItem item = {fd, true, true, false, false};
         int64_t remaining = deadline - SPGenericTime::getMilliseconds();
         for (;;) {
-            // Kept as designed: above one second the microseconds are 999999,
-            // so each wait may last up to a second longer than what remains.
-            struct timeval tv;
-            tv.tv_sec = static_cast<time_t>(remaining / 1000);
-            tv.tv_usec = static_cast<suseconds_t>(remaining < 1000 ? remaining * 1000 : 999999);
             int rc = -1;
-            if (SPFitsFdSet(fd)) {
-                FD_ZERO(&rset);
-                FD_SET(fd, &rset);
-                wset = rset;
+            if (seconds == 0) {
                 // A time limit of 0 seconds means no time value: no limit.
-                rc = select(fd + 1, &rset, &wset, nullptr, seconds == 0 ? nullptr : &tv);
+                rc = SPWaitForSockets(&item, 1, -1);
+            } else if (remaining < 0) {
+                // A negative time value is refused by the system's wait.
+                errno = EINVAL;
+            } else {
+                // Kept as designed: above one second the wait is the whole
+                // seconds plus 999999 microseconds, so each wait may last up
+                // to a second longer than what remains.
+                const int64_t waitMs = remaining < 1000 ? remaining : (remaining / 1000) * 1000 + 1000;
+                rc = SPWaitForSockets(&item, 1, waitMs);
             }
             if (rc > 0) break;
             if (rc == 0) {
@@ -141,7 +146,7 @@ bool SPGenericSocket::connect(struct sockaddr_in* a, int seconds) {
             }
             fprintf(stderr, "ignore signal : %s !!!\n", strerror(EINTR));
         }
-        if (!FD_ISSET(fd, &rset) && !FD_ISSET(fd, &wset)) {
+        if (!item.readable && !item.writable) {
             // Reported as success, as designed.
             DLNA_LOG_E(DLNA_OSAL_TAG, "Socket Not set : %s !!!", strerror(errno));
             pending = 0;
@@ -170,26 +175,11 @@ bool SPGenericSocket::connect(struct sockaddr_in* a, int seconds) {
 
 bool SPGenericSocket::read(char* buf, unsigned long len, unsigned long* got, unsigned long ms) {
     const int fd = sysFd();
-    if (ms != kWaitForever) {
-        bool ready = false;
-        const int rc = waitReadable(fd, ms, &ready);
-        if (rc == 0) {
-            DLNA_LOG_E(DLNA_OSAL_TAG, "[SPGenericSocket::read] >> Time Out !!!");
-            return false;
-        }
-        if (rc < 0 && errno != EINTR) {
-            DLNA_LOG_E(DLNA_OSAL_TAG, "[SPGenericSocket::read] >> select failed !!!");
-            return false;
-        }
-        if (!ready) {
-            DLNA_LOG_E(DLNA_OSAL_TAG, "[SPGenericSocket::read] >> FD_ISSET() is Zero !!!");
-            return false;
-        }
-    }
+    if (!readyToReceive(fd, ms, true)) return false;
     const ssize_t n = recv(fd, buf, len, 0);
     if (n < 0) {
         *got = 0;
-        DLNA_LOG_E(DLNA_OSAL_TAG, "[SPGenericSocket::read] >> read lenth is Zero !!!");
+        logReceiveFailed();
         return false;
     }
     *got = static_cast<unsigned long>(n);
@@ -222,6 +212,12 @@ void SPGenericSocket::close() {
     usleep(500);
     ::close(m_iSocket);
     m_iSocket = 0;
+}
+
+int SPGenericSocket::release() {
+    const int fd = m_iSocket;
+    m_iSocket = 0;
+    return fd;
 }
 
 bool SPGenericSocket::open(int type) {
@@ -300,16 +296,15 @@ bool SPUDPSocket::readfrom(void* buf, unsigned long len, struct sockaddr_in* fro
                            unsigned long ms) {
     const int fd = sysFd();
     *got = 0;
-    // Datagram readers poll in loops: an empty wait is their normal case and
-    // is not logged.
-    if (ms != kWaitForever) {
-        bool ready = false;
-        const int rc = waitReadable(fd, ms, &ready);
-        if (rc == 0 || (rc < 0 && errno != EINTR) || !ready) return false;
-    }
+    // Datagram readers poll in loops: a wait that ends without data is their
+    // normal case and is not logged. Every other failure is, as for read.
+    if (!readyToReceive(fd, ms, false)) return false;
     socklen_t fromLen = kAddrLen;
     const ssize_t n = recvfrom(fd, buf, len, 0, reinterpret_cast<struct sockaddr*>(from), &fromLen);
-    if (n < 0) return false;
+    if (n < 0) {
+        logReceiveFailed();
+        return false;
+    }
     *got = static_cast<unsigned long>(n);
     return true;
 }

@@ -41,6 +41,9 @@ public:
     bool SetNonBlocking(bool on);
     // Shuts the sending side down and closes; safe to call again.
     void close();
+    // Gives the descriptor up without closing it: the object holds no socket
+    // afterwards and the caller closes the descriptor. 0 when there was none.
+    int release();
 
     const struct sockaddr_in& getLocalAddress() const { return m_local; }
     const struct sockaddr_in& getRemoteAddress() const { return m_remote; }

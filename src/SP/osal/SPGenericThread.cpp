@@ -6,6 +6,8 @@
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
+#include <mutex>
+#include <unordered_set>
 
 #include "Dlna/DlnaLog.h"
 
@@ -13,6 +15,20 @@ namespace {
 
 pthread_key_t gThreadKey;
 std::atomic<bool> gThreadKeyReady{false};
+
+// The thread objects that exist now. A thread that ran a body through
+// attach() keeps finding that object under its key after the body returned,
+// and the object may be destroyed on another thread meanwhile; the key is
+// only believed while its object is in this set. Never destroyed, so objects
+// that outlive static destruction can still leave it.
+std::mutex& liveLock() {
+    static std::mutex* lock = new std::mutex;
+    return *lock;
+}
+std::unordered_set<const SPGenericThread*>& liveObjects() {
+    static auto* objects = new std::unordered_set<const SPGenericThread*>;
+    return *objects;
+}
 
 }  // namespace
 
@@ -38,10 +54,20 @@ int64_t SPGenericTime::getMicroseconds() {
     return static_cast<int64_t>(tv.tv_sec) * 1000000 + tv.tv_usec;
 }
 
-SPGenericThread::SPGenericThread(long) {}
+SPGenericThread::SPGenericThread(long) {
+    std::lock_guard<std::mutex> g(liveLock());
+    liveObjects().insert(this);
+}
 
 SPGenericThread::~SPGenericThread() {
     if (!m_bJoined.load()) join();
+    {
+        std::lock_guard<std::mutex> g(liveLock());
+        liveObjects().erase(this);
+    }
+    // Destroyed on the thread that attached it: that thread has no thread
+    // object any more.
+    if (gThreadKeyReady.load() && pthread_getspecific(gThreadKey) == this) pthread_setspecific(gThreadKey, nullptr);
 }
 
 void SPGenericThread::start() {
@@ -97,10 +123,9 @@ void SPGenericThread::attach() {
     m_hThread.store(pthread_self());
     entry();
     // The body ran to its end on the caller: nobody must try to join the
-    // caller's thread later, and the caller must not keep finding an object
-    // that may be deleted next.
+    // caller's thread later. The caller keeps this object as its thread
+    // object (a second attach is refused) for as long as the object exists.
     m_bJoined.store(true);
-    if (gThreadKeyReady.load()) pthread_setspecific(gThreadKey, nullptr);
 }
 
 void SPGenericThread::sleep(unsigned long ms) {
@@ -119,7 +144,13 @@ void SPGenericThread::sleep(unsigned long ms) {
 
 SPGenericThread* SPGenericThread::current_thread() {
     if (!gThreadKeyReady.load()) return nullptr;
-    return static_cast<SPGenericThread*>(pthread_getspecific(gThreadKey));
+    auto* self = static_cast<SPGenericThread*>(pthread_getspecific(gThreadKey));
+    if (self == nullptr) return nullptr;
+    std::lock_guard<std::mutex> g(liveLock());
+    if (liveObjects().count(self) != 0) return self;
+    // Attached, then destroyed on another thread: forget it.
+    pthread_setspecific(gThreadKey, nullptr);
+    return nullptr;
 }
 
 int SPGenericThread::current_errno() { return errno; }

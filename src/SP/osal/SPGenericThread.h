@@ -32,12 +32,15 @@ public:
     void start(bool joinable);
     // Waits for the body to return; from the thread itself it returns at once.
     void join();
-    // Runs this object's body on the calling thread.
+    // Runs this object's body on the calling thread, which keeps it as its
+    // thread object afterwards (until the object is destroyed). Refused with
+    // "myAssert" when the caller already has a thread object.
     void attach();
 
     // Blocks for at least ms milliseconds of wall-clock time; 0 returns at once.
     static void sleep(unsigned long ms);
-    // The thread object of the calling thread, or null.
+    // The thread object of the calling thread, or null (also once that
+    // object has been destroyed).
     static SPGenericThread* current_thread();
     // The calling thread's last system error number.
     static int current_errno();

@@ -4,9 +4,7 @@
 #include <net/if.h>
 #include <netinet/in.h>
 #include <sys/ioctl.h>
-#include <sys/select.h>
 #include <sys/socket.h>
-#include <sys/time.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -16,11 +14,11 @@
 
 #include "Dlna/DlnaLog.h"
 #include "SP/osal/SPGenericThread.h"
-#include "SP/osal/SPSelect.h"
+#include "SP/osal/SPSocketWait.h"
 
 namespace {
 
-// More descriptors than the servers ever wait on at once.
+// More descriptors than a listener is meant to wait on at once.
 constexpr std::size_t kListenerMaxFds = 32;
 // SIOCGIFCONF sees at most this many interfaces (512 bytes of 32-byte records
 // on the camera; the records are wider on 64-bit hosts).
@@ -32,31 +30,27 @@ constexpr int kLocalUrlPort = 9001;
 
 bool SPSocketListener::listen(std::vector<int>& fds, unsigned long ms) {
     if (fds.size() > kListenerMaxFds) OSAL_MYASSERT();
+    return waitReadable(fds, ms);
+}
+
+bool SPSocketListener::waitReadable(std::vector<int>& fds, unsigned long ms) {
     if (fds.empty()) {
         SPGenericThread::sleep(ms);
         return true;
     }
-    fd_set rset;
-    FD_ZERO(&rset);
-    int highest = -1;
-    bool fit = true;
-    for (int fd : fds) {
-        if (!SPFitsFdSet(fd)) {
-            fit = false;
-            break;
-        }
-        FD_SET(fd, &rset);
-        highest = std::max(highest, fd);
-    }
-    struct timeval tv;
-    tv.tv_sec = static_cast<time_t>(ms / 1000);
-    tv.tv_usec = static_cast<suseconds_t>((ms % 1000) * 1000);
-    if (!fit || select(highest + 1, &rset, nullptr, nullptr, &tv) < 0) {
+    std::vector<SPWaitItem> items;
+    items.reserve(fds.size());
+    for (int fd : fds) items.push_back({fd, true, false, false, false});
+    if (SPWaitForSockets(items.data(), items.size(), static_cast<int64_t>(ms)) < 0) {
+        const int err = errno;
         fds.clear();
+        errno = err;
         return false;
     }
-    fds.erase(std::remove_if(fds.begin(), fds.end(), [&rset](int fd) { return !FD_ISSET(fd, &rset); }),
-              fds.end());
+    size_t kept = 0;
+    for (size_t i = 0; i < items.size(); ++i)
+        if (items[i].readable) fds[kept++] = items[i].fd;
+    fds.resize(kept);
     return true;
 }
 

@@ -16,9 +16,16 @@ public:
 
     // Waits up to ms milliseconds until some descriptor of fds is readable and
     // leaves only the readable ones in fds, in their order; 1 also after a
-    // time-out (fds is then empty), 0 when the wait fails (fds emptied). An
-    // empty list just sleeps for ms and returns 1.
+    // time-out (fds is then empty), 0 when the wait fails (fds emptied; errno
+    // tells why, EINTR for a signal). An empty list just sleeps for ms and
+    // returns 1. More than 32 descriptors are more than this listener is
+    // meant for: logged as "myAssert", and waited on all the same.
     bool listen(std::vector<int>& fds, unsigned long ms);
+
+    // listen() without the 32-descriptor check, for waits that are meant to
+    // be larger: each server waits on its listening socket and up to 64
+    // accepted connections. Any descriptor number works.
+    static bool waitReadable(std::vector<int>& fds, unsigned long ms);
 };
 
 // The host's IPv4 interface addresses (host order) as the system lists them,

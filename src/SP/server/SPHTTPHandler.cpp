@@ -1,6 +1,5 @@
 #include "SP/server/SPHTTPHandler.h"
 
-#include <poll.h>
 
 #include <cerrno>
 #include <cstdint>
@@ -8,6 +7,7 @@
 #include "Dlna/DlnaLog.h"
 #include "SP/SPDeviceName.h"
 #include "SP/osal/SPGenericSocket.h"
+#include "SP/osal/SPSocketWait.h"
 #include "SP/osal/SPGenericThread.h"
 #include "zeb_stack.h"
 
@@ -177,10 +177,8 @@ int SPHTTPHandler::sendData(const char* data, unsigned long len) {
     const int64_t deadline = SPGenericTime::getMilliseconds() + kSendDeadlineMs;
     unsigned long left = len;
     while (left > 0) {
-        // poll rather than select: a descriptor number above FD_SETSIZE must
-        // not overrun a descriptor set.
-        struct pollfd p = {m_pSocket->get_fd(), POLLOUT, 0};
-        const int rc = poll(&p, 1, 500);
+        bool writable = false;
+        const int rc = SPWaitWritable(m_pSocket->get_fd(), 500, &writable);
         if (rc < 0 && errno != EINTR) {
             DLNA_LOG_E(DLNA_SP_TAG, "Error in SP : select() failure");
             return 0;

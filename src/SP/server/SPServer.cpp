@@ -2,16 +2,17 @@
 
 #include <arpa/inet.h>
 #include <netinet/in.h>
-#include <poll.h>
 #include <sys/prctl.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
 
 #include "Dlna/DlnaLog.h"
 #include "SP/osal/SPGenericSocket.h"
+#include "SP/osal/SPSocketListener.h"
 #include "SP/server/SPAccessControlInfo.h"
 #include "SP/server/SPHTTPHandler.h"
 
@@ -90,8 +91,13 @@ bool SPServer::listenOnFirstFreePort() {
     fd = SPKeepOffDescriptorZero(fd);
     m_pListenSocket = new SPTCPSocket(static_cast<unsigned int>(fd));
     int one = 1;
-    if (setsockopt(fd, SOL_SOCKET, SO_REUSEADDR, &one, sizeof one) != 0)
+    if (setsockopt(fd, SOL_SOCKET, SO_REUSEADDR, &one, sizeof one) != 0) {
+        // Like every other set-up step, a failure ends the server with event
+        // 3: the UI learns it at once, rather than running a server whose
+        // port may not be taken again on the next start.
         DLNA_LOG_E(DLNA_SP_TAG, "[SP] setsockopt() SO_REUSEADD Rerror");
+        return false;
+    }
 
     uint16_t port = kFirstPort;
     for (;; ++port) {
@@ -140,30 +146,33 @@ void SPServer::entry() {
             shutdown();
             return;
         }
-        // poll rather than select: descriptor numbers are not limited by
-        // FD_SETSIZE.
-        std::vector<pollfd> fds;
-        fds.push_back({m_pListenSocket->get_fd(), POLLIN, 0});
-        for (SPTCPSocket* s : m_vConnections) fds.push_back({s->get_fd(), POLLIN, 0});
-        const int rc = poll(fds.data(), fds.size(), 1000);
-        if (rc < 0) {
+        // The listening socket and every phone connection; the wait leaves
+        // the readable ones (the platform layer's wait, which takes any
+        // number of descriptors with any numbers).
+        std::vector<int> readable;
+        readable.push_back(m_pListenSocket->get_fd());
+        for (SPTCPSocket* s : m_vConnections) readable.push_back(s->get_fd());
+        if (!SPSocketListener::waitReadable(readable, 1000)) {
             if (errno == EINTR) continue;
             DLNA_LOG_E(DLNA_SP_TAG, "[SP] select() error");
             failAndStop();
             return;
         }
-        if (rc == 0) continue;
+        if (readable.empty()) continue;
+        const auto isReadable = [&readable](const SPTCPSocket* s) {
+            return std::find(readable.begin(), readable.end(), s->get_fd()) != readable.end();
+        };
 
         // Serve the phone connections that were waiting before this accept;
         // each is served once and then leaves the wait set.
-        for (size_t i = fds.size(); i-- > 1;) {
-            if (fds[i].revents == 0) continue;
-            if (!serveConnection(i - 1)) {
+        for (size_t i = m_vConnections.size(); i-- > 0;) {
+            if (!isReadable(m_vConnections[i])) continue;
+            if (!serveConnection(i)) {
                 failAndStop();
                 return;
             }
         }
-        if (fds[0].revents != 0) {
+        if (isReadable(m_pListenSocket)) {
             SPTCPSocket* client = m_pListenSocket->accept();
             if (client == nullptr) {
                 DLNA_LOG_E(DLNA_SP_TAG, "[SP] accept() error");

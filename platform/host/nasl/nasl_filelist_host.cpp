@@ -4,7 +4,7 @@
 #include <atomic>
 
 #include "host_internal.h"
-#include "host_media.h"
+#include "host_nasl.h"
 #include "nasl_wifi.h"
 
 namespace {

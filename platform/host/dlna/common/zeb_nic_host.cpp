@@ -1,6 +1,6 @@
 // Host stand-in of the DLNA stack's network interface list: the host's real
 // IPv4 interfaces (as the stack lists the camera's), or a list a test
-// scripted through host_mode.h.
+// scripted through host_nic.h.
 #include <arpa/inet.h>
 #include <ifaddrs.h>
 #include <net/if.h>
@@ -10,7 +10,7 @@
 #include <mutex>
 
 #include "host_internal.h"
-#include "host_mode.h"
+#include "host_nic.h"
 #include "zeb_stack.h"
 
 namespace {

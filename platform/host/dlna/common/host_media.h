@@ -1,6 +1,6 @@
 // Test control of the host media-sharing stand-ins: the DLNA stack's media
 // server side (stack and HTTP threads, DMS application, media database and
-// file scanner) and the backup library.
+// file scanner).
 //
 // The media database is a real SQLite file at the path the library opens.
 // Its schema is this host's own:
@@ -61,16 +61,8 @@ struct DmsConfig {
     int httpStreamingPort = 0;
 };
 DmsConfig dmsConfig();
-// Whether the file list of the application-service library exists.
-bool fileListExists();
 // Whether the global event lock was released since the last reset.
 bool globalEventLockReleased();
-
-// --- Backup library ----------------------------------------------------------------
-// Calls the event callback registered with AutoBackup::setUiEventCallBack as
-// the backup library's thread would. Stores its result in *result and returns
-// true; false when none is registered.
-bool fireAutoBackupEvent(int event, unsigned int value1, unsigned int value2, int* result);
 
 }  // namespace media
 }  // namespace host

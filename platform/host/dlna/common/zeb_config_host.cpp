@@ -10,6 +10,8 @@
 #include <fstream>
 #include <sstream>
 
+#include <ixml.h>
+
 #include "host_internal.h"
 #include "zeb_media_internal.h"
 #include "zeb_stack.h"
@@ -28,49 +30,6 @@ bool readWholeFile(const std::string& path, std::string* text) {
     return true;
 }
 
-// Drops comments and processing instructions (the XML declaration) so that
-// a key quoted inside them is never taken for an element.
-std::string withoutMarkupNoise(const std::string& xml) {
-    std::string out;
-    out.reserve(xml.size());
-    size_t i = 0;
-    while (i < xml.size()) {
-        const char* close = nullptr;
-        if (xml.compare(i, 4, "<!--") == 0) close = "-->";
-        else if (xml.compare(i, 2, "<?") == 0) close = "?>";
-        if (close == nullptr) {
-            out += xml[i++];
-            continue;
-        }
-        size_t end = xml.find(close, i);
-        if (end == std::string::npos) break;  // unterminated: ignore the rest
-        i = end + strlen(close);
-    }
-    return out;
-}
-
-std::string decodeEntities(const std::string& s) {
-    static const struct { const char* entity; char ch; } kEntities[] = {
-        {"&amp;", '&'}, {"&lt;", '<'}, {"&gt;", '>'}, {"&quot;", '"'}, {"&apos;", '\''}};
-    std::string out;
-    for (size_t i = 0; i < s.size();) {
-        bool replaced = false;
-        if (s[i] == '&') {
-            for (auto& e : kEntities) {
-                size_t n = strlen(e.entity);
-                if (s.compare(i, n, e.entity) == 0) {
-                    out += e.ch;
-                    i += n;
-                    replaced = true;
-                    break;
-                }
-            }
-        }
-        if (!replaced) out += s[i++];
-    }
-    return out;
-}
-
 std::string trimmed(const std::string& s) {
     const char* ws = " \t\r\n";
     size_t b = s.find_first_not_of(ws);
@@ -80,29 +39,41 @@ std::string trimmed(const std::string& s) {
 
 }  // namespace
 
+// The configuration and description files are read with libupnp's XML
+// parser, as the camera's stack reads them: comments, attributes, entities
+// and CDATA are handled by the parser, and a file that is not well-formed
+// yields no value at all rather than a guess.
 bool xmlElementText(const std::string& rawXml, const std::string& name, std::string* value) {
     if (name.empty()) return false;
-    std::string xml = withoutMarkupNoise(rawXml);
-    std::string open = "<" + name;
-    for (size_t pos = xml.find(open); pos != std::string::npos; pos = xml.find(open, pos + 1)) {
-        size_t after = pos + open.size();
-        if (after >= xml.size()) return false;
-        char c = xml[after];
-        // "<HTTPStreamingPortX>" is another element.
-        if (c != '>' && c != '/' && c != ' ' && c != '\t' && c != '\r' && c != '\n') continue;
-        size_t tagEnd = xml.find('>', after);
-        if (tagEnd == std::string::npos) return false;
-        if (xml[tagEnd - 1] == '/') return false;  // <key/>: present but empty
-        size_t close = xml.find("</" + name, tagEnd + 1);
-        if (close == std::string::npos) return false;
-        std::string text = xml.substr(tagEnd + 1, close - tagEnd - 1);
-        if (text.find('<') != std::string::npos) return false;  // holds elements, not a value
-        text = trimmed(decodeEntities(text));
-        if (text.empty()) return false;
-        *value = text;
-        return true;
+    IXML_Document* doc = nullptr;
+    if (ixmlParseBufferEx(rawXml.c_str(), &doc) != IXML_SUCCESS || doc == nullptr) return false;
+    bool found = false;
+    // The first element of that name in document order decides, as a key
+    // appears once in the file.
+    IXML_NodeList* matches = ixmlDocument_getElementsByTagName(doc, name.c_str());
+    IXML_Node* element = matches ? ixmlNodeList_item(matches, 0) : nullptr;
+    if (element != nullptr) {
+        std::string text;
+        bool onlyText = true;
+        for (IXML_Node* c = ixmlNode_getFirstChild(element); c != nullptr; c = ixmlNode_getNextSibling(c)) {
+            const unsigned short type = ixmlNode_getNodeType(c);
+            if (type == eTEXT_NODE || type == eCDATA_SECTION_NODE) {
+                const char* v = ixmlNode_getNodeValue(c);
+                if (v != nullptr) text += v;
+            } else if (type == eELEMENT_NODE) {
+                onlyText = false;  // holds elements, not a value
+                break;
+            }
+        }
+        text = trimmed(text);
+        if (onlyText && !text.empty()) {
+            *value = text;
+            found = true;
+        }
     }
-    return false;
+    if (matches != nullptr) ixmlNodeList_free(matches);
+    ixmlDocument_free(doc);
+    return found;
 }
 
 bool configValue(const std::string& key, std::string* value) {

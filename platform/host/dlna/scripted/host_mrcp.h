@@ -11,10 +11,13 @@
 #define CAMWIFI_HOST_MRCP_H
 
 #include <cstdint>
+#include <functional>
 #include <optional>
 #include <string>
 #include <utility>
 #include <vector>
+
+#include "host_timer.h"
 
 namespace host {
 namespace mrcp {
@@ -88,6 +91,15 @@ bool waitIdle(int timeoutMs = 5000);
 // Number of request, response and notification objects not yet released.
 int liveObjects();
 
+// --- Stack calls that wait for the stack's own threads ---------------------------
+// The next call of the stack function fn ("ZEBMRCPStart", "ZEBMRCPSubscribeDevice",
+// "ZEBMRCPGetDeviceList" or a sending call such as "ZEBMRCPAVStop") runs during()
+// on the calling thread once its own work is done, before it returns: as a real
+// stack may announce renderers while it starts, or wait in a call until its
+// notification thread has run a callback. during() may deliver callbacks and
+// wait for them (waitIdle). Used once; a reset forgets it.
+void duringNextCall(const std::string& fn, std::function<void()> during);
+
 // --- Profile, subscriptions, protocol infos, streaming server ---------------------
 bool profileInitialised();  // ZEBMRCPInitialize done, ZEBMRCPTerminate not since
 bool profileStarted();      // ZEBMRCPStart done, ZEBMRCPStop not since
@@ -96,26 +108,6 @@ std::vector<std::string> subscriptions();  // UDNs passed to ZEBMRCPSubscribeDev
 std::vector<std::pair<std::string, std::string>> storedProtocolInfos();
 bool streamingServerRunning();
 int streamingServerPort();  // port of the last successful start
-
-// --- Timers (DMSAppCreateTimer & co.) -----------------------------------------------
-struct Timer {
-    int handle = 0;
-    std::string name;
-    bool armed = false;
-    unsigned int periodMs = 0;  // of the last start
-};
-// Timers created and not deleted.
-std::vector<Timer> timers();
-struct Firing {
-    std::string name;
-    int64_t armedAtMs = 0;  // steady clock when the timer was (re-)armed
-    int64_t firedAtMs = 0;  // steady clock when its handler was called
-    unsigned int periodMs = 0;
-};
-// Every firing since the last reset, in order.
-std::vector<Firing> firings();
-// The steady clock the timestamps above use.
-int64_t nowMs();
 
 }  // namespace mrcp
 }  // namespace host

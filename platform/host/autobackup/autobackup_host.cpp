@@ -9,7 +9,7 @@
 
 #include "autobackup.h"
 #include "host_internal.h"
-#include "host_media.h"
+#include "host_autobackup.h"
 
 namespace {
 

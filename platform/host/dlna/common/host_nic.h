@@ -1,8 +1,7 @@
-// Test control of the host stand-ins the mode server uses: the DLNA stack's
-// network interface list and the application-service library's AT HTTP
-// server.
-#ifndef CAMWIFI_HOST_MODE_H
-#define CAMWIFI_HOST_MODE_H
+// Test control of the host DLNA stack's network interface list: the host's
+// real IPv4 interfaces, or a list a test scripts.
+#ifndef CAMWIFI_HOST_NIC_H
+#define CAMWIFI_HOST_NIC_H
 
 #include <string>
 #include <vector>
@@ -26,14 +25,6 @@ void scriptNicList(const std::vector<Entry>& entries);
 void useRealNicList();
 
 }  // namespace nic
-
-namespace at {
-
-// Whether the AT HTTP server was started (AT_HttpSeverStart) and not
-// terminated since.
-bool serverRunning();
-
-}  // namespace at
 }  // namespace host
 
 #endif

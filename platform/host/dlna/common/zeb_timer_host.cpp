@@ -14,7 +14,7 @@
 #include <vector>
 
 #include "host_internal.h"
-#include "host_mrcp.h"
+#include "host_timer.h"
 #include "zeb_stack.h"
 
 namespace {

@@ -19,6 +19,7 @@
 #include <deque>
 #include <fstream>
 #include <functional>
+#include <map>
 #include <mutex>
 #include <string>
 #include <thread>
@@ -111,6 +112,8 @@ struct MrcpState {
     std::vector<std::pair<std::string, std::string>> protocolInfos;
     bool streaming = false;
     int streamingPort = 0;
+    // What the next call of a stack function runs before it returns.
+    std::map<std::string, std::function<void()>> during;
 };
 
 MrcpState& mrcpState() {
@@ -176,6 +179,7 @@ void resetMrcp() {
     s.protocolInfos.clear();
     s.streaming = false;
     s.streamingPort = 0;
+    s.during.clear();
 }
 
 const bool registered = (host::addResetHook(resetMrcp), true);
@@ -196,6 +200,22 @@ bool enqueue(stZEBAppList* object, std::function<void(MrcpState&)> call) {
 }
 
 int64_t steadyMs() { return host::mrcp::nowMs(); }
+
+// Runs what a test asked the next call of fn to run before it returns, on
+// the calling thread and without the stand-in's lock (it delivers callbacks
+// and waits for them, as a stack waits for its notification thread).
+void runDuring(const char* fn) {
+    MrcpState& s = mrcpState();
+    std::function<void()> during;
+    {
+        std::lock_guard<std::mutex> g(s.lock);
+        auto it = s.during.find(fn);
+        if (it == s.during.end()) return;
+        during = std::move(it->second);
+        s.during.erase(it);
+    }
+    during();
+}
 
 // --- Reading fields -----------------------------------------------------------------
 // Each getter: journalled, a scripted failure when queued, else the field.
@@ -250,16 +270,19 @@ ZEB_ERROR_CODE send(const char* fn, int profile, const char* udn, stZEBAppList* 
     if (host::takeScriptedResult(fn, &scripted)) return static_cast<ZEB_ERROR_CODE>(scripted);
     if (request == nullptr || udn == nullptr) return 1;
     MrcpState& s = mrcpState();
-    std::lock_guard<std::mutex> g(s.lock);
-    if (!s.initialised || profile != s.profile) return 1;
-    SentRequest r = request->request;
-    r.function = fn;
-    r.profile = profile;
-    r.udn = udn;
-    if (context != nullptr) r.context = std::string(context);
-    r.sentAtMs = steadyMs();
-    s.sent.push_back(r);
-    s.changed.notify_all();
+    {
+        std::lock_guard<std::mutex> g(s.lock);
+        if (!s.initialised || profile != s.profile) return 1;
+        SentRequest r = request->request;
+        r.function = fn;
+        r.profile = profile;
+        r.udn = udn;
+        if (context != nullptr) r.context = std::string(context);
+        r.sentAtMs = steadyMs();
+        s.sent.push_back(r);
+        s.changed.notify_all();
+    }
+    runDuring(fn);
     return 0;
 }
 
@@ -394,6 +417,12 @@ bool waitIdle(int timeoutMs) {
 
 int liveObjects() { return gLiveObjects.load(); }
 
+void duringNextCall(const std::string& fn, std::function<void()> during) {
+    MrcpState& s = mrcpState();
+    std::lock_guard<std::mutex> g(s.lock);
+    s.during[fn] = std::move(during);
+}
+
 bool profileInitialised() {
     MrcpState& s = mrcpState();
     std::lock_guard<std::mutex> g(s.lock);
@@ -487,9 +516,12 @@ extern "C" ZEB_ERROR_CODE ZEBMRCPStart(int profileId) {
     long long scripted;
     if (host::takeScriptedResult("ZEBMRCPStart", &scripted)) return static_cast<ZEB_ERROR_CODE>(scripted);
     MrcpState& s = mrcpState();
-    std::lock_guard<std::mutex> g(s.lock);
-    if (!s.initialised || profileId != s.profile) return 1;
-    s.started = true;
+    {
+        std::lock_guard<std::mutex> g(s.lock);
+        if (!s.initialised || profileId != s.profile) return 1;
+        s.started = true;
+    }
+    runDuring("ZEBMRCPStart");
     return 0;
 }
 
@@ -524,14 +556,18 @@ extern "C" ZEB_ERROR_CODE ZEBMRCPGetDeviceList(int profileId, stZEBAppList** res
     long long scripted;
     if (host::takeScriptedResult("ZEBMRCPGetDeviceList", &scripted)) return static_cast<ZEB_ERROR_CODE>(scripted);
     MrcpState& s = mrcpState();
-    std::lock_guard<std::mutex> g(s.lock);
-    if (!s.initialised || profileId != s.profile) return 1;
-    if (s.renderers.empty()) return 0;
-    stZEBAppList* o = newObject();
-    o->response.action = "GetDeviceList";
-    o->stackEvent = ZEB_MRCP_EVENT_DEVICE_LIST;
-    o->devices = s.renderers;
-    *response = o;
+    {
+        std::lock_guard<std::mutex> g(s.lock);
+        if (!s.initialised || profileId != s.profile) return 1;
+        if (!s.renderers.empty()) {
+            stZEBAppList* o = newObject();
+            o->response.action = "GetDeviceList";
+            o->stackEvent = ZEB_MRCP_EVENT_DEVICE_LIST;
+            o->devices = s.renderers;
+            *response = o;
+        }
+    }
+    runDuring("ZEBMRCPGetDeviceList");
     return 0;
 }
 
@@ -541,8 +577,11 @@ extern "C" ZEB_ERROR_CODE ZEBMRCPSubscribeDevice(int profileId, const char* udn)
     if (host::takeScriptedResult("ZEBMRCPSubscribeDevice", &scripted)) return static_cast<ZEB_ERROR_CODE>(scripted);
     if (udn == nullptr) return 1;
     MrcpState& s = mrcpState();
-    std::lock_guard<std::mutex> g(s.lock);
-    s.subscriptions.push_back(udn);
+    {
+        std::lock_guard<std::mutex> g(s.lock);
+        s.subscriptions.push_back(udn);
+    }
+    runDuring("ZEBMRCPSubscribeDevice");
     return 0;
 }
 
