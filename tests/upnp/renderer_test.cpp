@@ -391,6 +391,45 @@ TEST_F(RendererTest, PhotoIsShownFetchedInFullFromTheStreamingServer) {
     EXPECT_TRUE(renderer->alive()) << "gmediarender has ended";
 }
 
+// A slideshow: Stop, SetAVTransportURI, and Play at once after the
+// SetAVTransportURI answer, for three photos in a row. Each one is fetched
+// whole from the streaming server and goes PLAYING; none is refused (a Play
+// that comes late fails on this renderer for every second photo).
+TEST_F(RendererTest, ThreePhotosInARowAreEachFetchedInFullAndPlayed) {
+    ASSERT_EQ(server.start(kStreamingPort, {dcim()}), 0);
+    startAndFindRenderer();
+    ASSERT_EQ(cp.subscribe(kTvUdn), 0);
+    auto playingCount = [&] {
+        size_t n = 0;
+        for (auto& s : seen.transportStates)
+            if (s == "PLAYING") ++n;
+        return n;
+    };
+    for (int i = 1; i <= 3; ++i) {
+        SCOPED_TRACE("photo " + std::to_string(i));
+        std::string file = "photo" + std::to_string(i) + ".jpg";
+        size_t playingBefore;
+        {
+            std::lock_guard<std::mutex> g(seen.lock);
+            playingBefore = playingCount();
+        }
+        ActionAnswer a = sendAndWait(request("Stop"));
+        EXPECT_EQ(a.error, 0) << a.why;
+        ActionRequest set = request("SetAVTransportURI");
+        set.uri = uriOf(file);
+        a = sendAndWait(set);
+        ASSERT_EQ(a.error, 0) << a.why;
+        ActionRequest play = request("Play");
+        play.speed = 1;
+        a = sendAndWait(play);
+        ASSERT_EQ(a.error, 0) << a.why << (renderer->alive() ? "" : " (gmediarender has ended)");
+        EXPECT_TRUE(seen.waitFor(10000, [&] { return playingCount() > playingBefore; })) << "no PLAYING for " << file;
+        for (int t = 0; t < 200 && server.wholeFilesSent(dcim() + "/" + file) == 0; ++t) usleep(50 * 1000);
+        EXPECT_GE(server.wholeFilesSent(dcim() + "/" + file), 1u) << file << " was not fetched in full";
+    }
+    EXPECT_TRUE(renderer->alive()) << "gmediarender has ended";
+}
+
 // gmediarender answers actions before its AVTransport has finished starting,
 // and a Play in that moment makes it abort. The control point leaves a
 // renderer that has just appeared alone until it has settled: Play sent the

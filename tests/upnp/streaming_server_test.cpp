@@ -77,6 +77,20 @@ TEST_F(StreamingServerTest, ServesAWholeFileWithTypeLengthAndDlnaHeaders) {
     EXPECT_EQ(server.bytesSent(), 100000u);
 }
 
+TEST_F(StreamingServerTest, CountsEachFileSentToItsLastByte) {
+    EXPECT_EQ(server.wholeFilesSent(media + "/photo.JPG"), 0u);
+    ASSERT_EQ(get(media + "/photo.JPG").status, 200);
+    ASSERT_EQ(get(media + "/photo.JPG", {{"Range", "bytes=0-"}}).status, 206);
+    // Neither a part nor the headers alone is the whole file.
+    ASSERT_EQ(get(media + "/photo.JPG", {{"Range", "bytes=10-"}}).status, 206);
+    ASSERT_EQ(get(media + "/photo.JPG", {}, "HEAD").status, 200);
+    for (int i = 0; i < 200 && server.wholeFilesSent(media + "/photo.JPG") < 2u; ++i)
+        std::this_thread::sleep_for(std::chrono::milliseconds(10));
+    std::this_thread::sleep_for(std::chrono::milliseconds(50));
+    EXPECT_EQ(server.wholeFilesSent(media + "/photo.JPG"), 2u);
+    EXPECT_EQ(server.wholeFilesSent(media + "/clip.mp4"), 0u);
+}
+
 TEST_F(StreamingServerTest, VideoIsServedAsMp4Streaming) {
     HttpResult r = get(media + "/clip.mp4");
     ASSERT_EQ(r.status, 200);

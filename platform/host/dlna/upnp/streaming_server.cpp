@@ -16,6 +16,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <list>
+#include <map>
 #include <mutex>
 #include <strings.h>
 #include <thread>
@@ -170,6 +171,10 @@ struct HttpStreamingServer::Impl {
     std::list<Client> clients;
     std::atomic<uint64_t> answers{0};
     std::atomic<uint64_t> bytes{0};
+    // Whole files written to their last byte, by request path. A lock of its
+    // own: stop() holds `lock` while it joins the client threads.
+    mutable std::mutex wholeLock;
+    std::map<std::string, uint64_t> wholeFiles;
 
     // Waits for events on fd; false on stop, timeout or error.
     bool waitFor(int fd, short events, int timeoutMs) {
@@ -314,6 +319,10 @@ struct HttpStreamingServer::Impl {
             left -= static_cast<uint64_t>(n);
             bytes += static_cast<uint64_t>(n);
         }
+        if (first == 0 && length == size) {  // also a range that asked for all of it
+            std::lock_guard<std::mutex> g(wholeLock);
+            ++wholeFiles[path];
+        }
     }
 
     void reap(bool all) {
@@ -403,6 +412,10 @@ int HttpStreamingServer::start(int port, const std::vector<std::string>& roots) 
     m.roots = real;
     m.answers = 0;
     m.bytes = 0;
+    {
+        std::lock_guard<std::mutex> w(m.wholeLock);
+        m.wholeFiles.clear();
+    }
     m.isRunning = true;
     m.acceptThread = std::thread([&m] { m.acceptLoop(); });
     return 0;
@@ -435,6 +448,12 @@ int HttpStreamingServer::port() const {
 uint64_t HttpStreamingServer::answered() const { return m_impl->answers; }
 
 uint64_t HttpStreamingServer::bytesSent() const { return m_impl->bytes; }
+
+uint64_t HttpStreamingServer::wholeFilesSent(const std::string& path) const {
+    std::lock_guard<std::mutex> g(m_impl->wholeLock);
+    auto it = m_impl->wholeFiles.find(path);
+    return it == m_impl->wholeFiles.end() ? 0 : it->second;
+}
 
 }  // namespace upnp
 }  // namespace camwifi

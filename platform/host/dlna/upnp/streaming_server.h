@@ -63,6 +63,9 @@ public:
     uint64_t answered() const;
     // Body bytes written to clients since start.
     uint64_t bytesSent() const;
+    // How often the whole of the file at request path (decoded, as in the
+    // content URI) was written to a client to its last byte since start.
+    uint64_t wholeFilesSent(const std::string& path) const;
 
     struct Impl;
 
