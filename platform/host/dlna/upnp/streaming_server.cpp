@@ -79,6 +79,19 @@ const char* reasonOf(int status) {
 
 }  // namespace
 
+bool parseRequestHead(const std::string& head, StreamingRequest* out) {
+    size_t end = head.find("\r\n\r\n");
+    if (end == std::string::npos) return false;
+    size_t lineEnd = head.find("\r\n");
+    std::string requestLine = head.substr(0, lineEnd);
+    size_t sp1 = requestLine.find(' '), sp2 = requestLine.rfind(' ');
+    if (sp1 == std::string::npos || sp2 == sp1 || requestLine.compare(sp2 + 1, 5, "HTTP/") != 0) return false;
+    out->method = requestLine.substr(0, sp1);
+    out->target = requestLine.substr(sp1 + 1, sp2 - sp1 - 1);
+    out->headers.clear();
+    return parseHeaderLines(head, lineEnd + 2, end, &out->headers);
+}
+
 RangeKind parseRange(const std::string& headerIn, uint64_t size, uint64_t* first, uint64_t* last) {
     std::string header = trim(headerIn);
     if (header.size() < 6 || strncasecmp(header.c_str(), "bytes=", 6) != 0) return RangeKind::kWhole;
@@ -247,23 +260,11 @@ struct HttpStreamingServer::Impl {
             if (n <= 0) return;
             head.append(buf, static_cast<size_t>(n));
         }
-        size_t lineEnd = head.find("\r\n");
-        std::string requestLine = head.substr(0, lineEnd);
-        size_t sp1 = requestLine.find(' '), sp2 = requestLine.rfind(' ');
-        if (sp1 == std::string::npos || sp2 == sp1 || requestLine.compare(sp2 + 1, 5, "HTTP/") != 0)
-            return answerStatus(fd, 400);
-        std::string method = requestLine.substr(0, sp1);
-        std::string target = requestLine.substr(sp1 + 1, sp2 - sp1 - 1);
-        std::vector<std::pair<std::string, std::string>> headers;
-        size_t pos = lineEnd + 2, end = head.find("\r\n\r\n");
-        while (pos < end) {
-            size_t e = head.find("\r\n", pos);
-            std::string line = head.substr(pos, e - pos);
-            pos = e + 2;
-            size_t colon = line.find(':');
-            if (colon == std::string::npos) return answerStatus(fd, 400);
-            headers.emplace_back(trim(line.substr(0, colon)), trim(line.substr(colon + 1)));
-        }
+        StreamingRequest request;
+        if (!parseRequestHead(head, &request)) return answerStatus(fd, 400);
+        const std::string& method = request.method;
+        const std::string& target = request.target;
+        const auto& headers = request.headers;
         bool headOnly = method == "HEAD";
         if (method != "GET" && !headOnly) return answerStatus(fd, 405, "Allow: GET, HEAD\r\n");
         std::string path, real;
