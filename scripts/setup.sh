@@ -11,7 +11,7 @@
 #   scripts/setup.sh --upnp   also the real renderers and media tools of the
 #                             libupnp stack's tests (gmediarender, Rygel,
 #                             GStreamer plugins: a few hundred MB)
-# The flags combine: scripts/setup.sh --arm --pkg.
+# The flags combine: scripts/setup.sh --arm --pkg --upnp.
 set -euo pipefail
 
 packages=(cmake make g++ gcc pkg-config libgtest-dev libgmock-dev

@@ -16,6 +16,8 @@
 using camwifi::upnp::HttpResult;
 using camwifi::upnp::HttpStreamingServer;
 using camwifi::upnp::httpRequest;
+using camwifi::upnp::parseRequestHead;
+using camwifi::upnp::StreamingRequest;
 
 namespace {
 
@@ -75,6 +77,20 @@ TEST_F(StreamingServerTest, ServesAWholeFileWithTypeLengthAndDlnaHeaders) {
     for (int i = 0; i < 200 && server.bytesSent() < 100000u; ++i)
         std::this_thread::sleep_for(std::chrono::milliseconds(10));
     EXPECT_EQ(server.bytesSent(), 100000u);
+}
+
+TEST_F(StreamingServerTest, CountsEachFileSentToItsLastByte) {
+    EXPECT_EQ(server.wholeFilesSent(media + "/photo.JPG"), 0u);
+    ASSERT_EQ(get(media + "/photo.JPG").status, 200);
+    ASSERT_EQ(get(media + "/photo.JPG", {{"Range", "bytes=0-"}}).status, 206);
+    // Neither a part nor the headers alone is the whole file.
+    ASSERT_EQ(get(media + "/photo.JPG", {{"Range", "bytes=10-"}}).status, 206);
+    ASSERT_EQ(get(media + "/photo.JPG", {}, "HEAD").status, 200);
+    for (int i = 0; i < 200 && server.wholeFilesSent(media + "/photo.JPG") < 2u; ++i)
+        std::this_thread::sleep_for(std::chrono::milliseconds(10));
+    std::this_thread::sleep_for(std::chrono::milliseconds(50));
+    EXPECT_EQ(server.wholeFilesSent(media + "/photo.JPG"), 2u);
+    EXPECT_EQ(server.wholeFilesSent(media + "/clip.mp4"), 0u);
 }
 
 TEST_F(StreamingServerTest, VideoIsServedAsMp4Streaming) {
@@ -204,4 +220,25 @@ TEST(StreamingPaths, BadEscapesAndNulAreRejected) {
     EXPECT_FALSE(camwifi::upnp::decodeTargetPath("a", &p));
     ASSERT_TRUE(camwifi::upnp::decodeTargetPath("/mnt/mmc/DCIM/a%20b.jpg?x=1", &p));
     EXPECT_EQ(p, "/mnt/mmc/DCIM/a b.jpg");
+}
+
+TEST(StreamingRequestHead, ReadsMethodTargetAndTrimmedHeaders) {
+    StreamingRequest r;
+    ASSERT_TRUE(parseRequestHead("GET /DCIM/a.jpg HTTP/1.1\r\nRange:  bytes=1-2 \r\nHost: x\r\n\r\n", &r));
+    EXPECT_EQ(r.method, "GET");
+    EXPECT_EQ(r.target, "/DCIM/a.jpg");
+    ASSERT_EQ(r.headers.size(), 2u);
+    EXPECT_EQ(r.headers[0].first, "Range");
+    EXPECT_EQ(r.headers[0].second, "bytes=1-2");
+    ASSERT_TRUE(parseRequestHead("HEAD / HTTP/1.0\r\n\r\n", &r));
+    EXPECT_TRUE(r.headers.empty());
+}
+
+TEST(StreamingRequestHead, MalformedHeadsAreRefused) {
+    StreamingRequest r;
+    EXPECT_FALSE(parseRequestHead("GET /a HTTP/1.1\r\n", &r));              // no end of head
+    EXPECT_FALSE(parseRequestHead("GET /a\r\n\r\n", &r));                    // no version
+    EXPECT_FALSE(parseRequestHead("GET /a FTP/1.0\r\n\r\n", &r));            // not HTTP
+    EXPECT_FALSE(parseRequestHead("GET /a HTTP/1.1\r\nNoColon\r\n\r\n", &r));  // header without ':'
+    EXPECT_FALSE(parseRequestHead("GET /a HTTP/1.1\r\n: x\r\n\r\n", &r));        // header without a name
 }

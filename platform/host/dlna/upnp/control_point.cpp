@@ -4,6 +4,7 @@
 #include <ifaddrs.h>
 #include <net/if.h>
 #include <netinet/in.h>
+#include <poll.h>
 #include <pthread.h>
 #include <sys/eventfd.h>
 #include <unistd.h>
@@ -12,6 +13,7 @@
 #include <upnptools.h>
 
 #include <atomic>
+#include <cerrno>
 #include <chrono>
 #include <condition_variable>
 #include <cstdarg>
@@ -210,6 +212,7 @@ struct UpnpControlPoint::Impl {
     struct Device {
         std::string udn;
         std::string location;
+        Clock::time_point firstSeen;  // first SSDP message: actions wait for it to settle
         Clock::time_point expires;
         State state = State::kFetching;
         DeviceInfo description;
@@ -333,6 +336,7 @@ struct UpnpControlPoint::Impl {
         auto d = std::make_shared<Device>();
         d->udn = udn;
         d->location = location;
+        d->firstSeen = Clock::now();
         d->expires = expires;
         d->worker.reset(new Worker("UpnpCPDevice"));
         devices[udn] = d;
@@ -422,13 +426,34 @@ struct UpnpControlPoint::Impl {
     }
 
     // --- Actions --------------------------------------------------------------
+    // Holds the first actions to a renderer that has only just appeared until
+    // it has settled (see kRendererSettleMs). False when cut short by a stop
+    // or the renderer leaving.
+    bool waitUntilSettled(const Device& d) {
+        auto ready = d.firstSeen + std::chrono::milliseconds(options.settleMs);
+        for (;;) {
+            auto left = std::chrono::duration_cast<std::chrono::milliseconds>(ready - Clock::now()).count();
+            if (left <= 0) return true;
+            pollfd p = {d.worker->cancelFd(), POLLIN, 0};
+            int n = poll(&p, 1, static_cast<int>(left));
+            if (n > 0) return false;
+            if (n < 0 && errno != EINTR) return true;
+        }
+    }
+
     void runAction(const std::shared_ptr<Device>& d, const std::string& controlUrl, const std::string& serviceType,
                    const std::string& soapAction, const std::string& body, ActionAnswer answer) {
-        HttpResult r = httpRequest("POST", controlUrl,
-                                   {{"Content-Type", "text/xml; charset=\"utf-8\""},
-                                    {"SOAPACTION", "\"" + serviceType + "#" + soapAction + "\""},
-                                    {"User-Agent", "Linux/1.0 UPnP/1.0 camwifi/1.0"}},
-                                   body, options.actionTimeoutMs, d->worker->cancelFd());
+        HttpResult r;
+        if (waitUntilSettled(*d)) {
+            r = httpRequest("POST", controlUrl,
+                            {{"Content-Type", "text/xml; charset=\"utf-8\""},
+                             {"SOAPACTION", "\"" + serviceType + "#" + soapAction + "\""},
+                             {"User-Agent", "Linux/1.0 UPnP/1.0 camwifi/1.0"}},
+                            body, options.actionTimeoutMs, d->worker->cancelFd());
+        } else {
+            r.outcome = HttpResult::kCancelled;
+            r.error = "cut short before it was sent";
+        }
         if (r.outcome == HttpResult::kCancelled && !d->gone) return;  // stopped: nobody waits any more
         SoapAnswer soap;
         bool parsed = r.outcome == HttpResult::kOk && parseSoapAnswer(r.body, soapAction, &soap);

@@ -16,7 +16,9 @@
 //   An action has kActionTimeoutMs for its whole exchange: a renderer that
 //   accepts and never answers gets a failure answer (801) after that time,
 //   and a stop cuts every exchange in flight at once. libupnp's own action
-//   call waits 30 s and cannot be interrupted, so it is not used.
+//   call waits 30 s and cannot be interrupted, so it is not used. The first
+//   actions to a renderer that has only just appeared wait until it has
+//   been on the network for kRendererSettleMs.
 //
 // One instance may be initialised per process at a time (libupnp is
 // process-wide).
@@ -38,6 +40,15 @@ namespace upnp {
 constexpr int kActionFailed = 801;
 // Whole time one action may take, from connect to the last byte of the answer.
 constexpr int kActionTimeoutMs = 8000;
+// A renderer gets no action before it has been on the network this long
+// (counted from its first SSDP message). A device that has just come up
+// advertises itself and answers actions before all of its services are
+// ready: gmediarender registers with its UPnP stack before its AVTransport
+// has finished starting, and a Play in that window makes it abort (its
+// LastChange bookkeeping appears in the middle of the action). TVs that
+// advertise while still booting behave alike. In normal use the user picks
+// a renderer seconds after it was listed, so this costs nothing there.
+constexpr int kRendererSettleMs = 3000;
 
 // Details of one renderer, from its description.
 struct RendererDetails {
@@ -102,6 +113,7 @@ public:
         int descriptionTimeoutMs = 5000; // fetching one description
         int actionTimeoutMs = kActionTimeoutMs;
         int subscriptionSeconds = 1800;  // requested GENA timeout (libupnp renews it)
+        int settleMs = kRendererSettleMs; // no action before a renderer is this old
     };
 
     UpnpControlPoint();

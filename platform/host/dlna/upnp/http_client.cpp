@@ -107,15 +107,7 @@ int parseResponse(const std::string& data, bool atEof, HttpResult* out, bool hea
     unsigned long long status;
     if (!parseDecimal(statusLine.substr(sp + 1, 3), 999, &status) || status < 100) return -1;
     std::vector<std::pair<std::string, std::string>> headers;
-    size_t pos = lineEnd + 2;
-    while (pos < headEnd) {
-        size_t end = data.find("\r\n", pos);
-        std::string line = data.substr(pos, end - pos);
-        pos = end + 2;
-        size_t colon = line.find(':');
-        if (colon == std::string::npos || colon == 0) return -1;
-        headers.emplace_back(trim(line.substr(0, colon)), trim(line.substr(colon + 1)));
-    }
+    if (!parseHeaderLines(data, lineEnd + 2, headEnd, &headers)) return -1;
     size_t bodyStart = headEnd + 4;
     std::string body;
     const std::string* te = findHeader(headers, "Transfer-Encoding");
@@ -175,6 +167,20 @@ HttpResult failure(HttpResult::Outcome outcome, const std::string& why) {
 }
 
 }  // namespace
+
+bool parseHeaderLines(const std::string& head, size_t from, size_t end,
+                      std::vector<std::pair<std::string, std::string>>* headers) {
+    size_t pos = from;
+    while (pos < end) {
+        size_t e = head.find("\r\n", pos);
+        std::string line = head.substr(pos, e - pos);
+        pos = e == std::string::npos ? end : e + 2;
+        size_t colon = line.find(':');
+        if (colon == std::string::npos || colon == 0) return false;
+        headers->emplace_back(trim(line.substr(0, colon)), trim(line.substr(colon + 1)));
+    }
+    return true;
+}
 
 const char* outcomeName(HttpResult::Outcome outcome) {
     switch (outcome) {

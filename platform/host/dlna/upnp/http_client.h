@@ -60,6 +60,12 @@ HttpResult httpRequest(const std::string& method, const std::string& url,
 // a valid response. Exposed for the fuzz target.
 bool parseHttpResponse(const std::string& data, HttpResult* out);
 
+// The "Name: value" lines of a message head between offsets from and end
+// (end: where the empty line starts), appended to headers with names and
+// values trimmed. False for a line without a name and colon.
+bool parseHeaderLines(const std::string& head, size_t from, size_t end,
+                      std::vector<std::pair<std::string, std::string>>* headers);
+
 // Value of the first header named name (compared without case), or null.
 const std::string* findHeader(const std::vector<std::pair<std::string, std::string>>& headers,
                               const std::string& name);

@@ -16,6 +16,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <list>
+#include <map>
 #include <mutex>
 #include <strings.h>
 #include <thread>
@@ -77,6 +78,19 @@ const char* reasonOf(int status) {
 }
 
 }  // namespace
+
+bool parseRequestHead(const std::string& head, StreamingRequest* out) {
+    size_t end = head.find("\r\n\r\n");
+    if (end == std::string::npos) return false;
+    size_t lineEnd = head.find("\r\n");
+    std::string requestLine = head.substr(0, lineEnd);
+    size_t sp1 = requestLine.find(' '), sp2 = requestLine.rfind(' ');
+    if (sp1 == std::string::npos || sp2 == sp1 || requestLine.compare(sp2 + 1, 5, "HTTP/") != 0) return false;
+    out->method = requestLine.substr(0, sp1);
+    out->target = requestLine.substr(sp1 + 1, sp2 - sp1 - 1);
+    out->headers.clear();
+    return parseHeaderLines(head, lineEnd + 2, end, &out->headers);
+}
 
 RangeKind parseRange(const std::string& headerIn, uint64_t size, uint64_t* first, uint64_t* last) {
     std::string header = trim(headerIn);
@@ -170,6 +184,10 @@ struct HttpStreamingServer::Impl {
     std::list<Client> clients;
     std::atomic<uint64_t> answers{0};
     std::atomic<uint64_t> bytes{0};
+    // Whole files written to their last byte, by request path. A lock of its
+    // own: stop() holds `lock` while it joins the client threads.
+    mutable std::mutex wholeLock;
+    std::map<std::string, uint64_t> wholeFiles;
 
     // Waits for events on fd; false on stop, timeout or error.
     bool waitFor(int fd, short events, int timeoutMs) {
@@ -242,23 +260,11 @@ struct HttpStreamingServer::Impl {
             if (n <= 0) return;
             head.append(buf, static_cast<size_t>(n));
         }
-        size_t lineEnd = head.find("\r\n");
-        std::string requestLine = head.substr(0, lineEnd);
-        size_t sp1 = requestLine.find(' '), sp2 = requestLine.rfind(' ');
-        if (sp1 == std::string::npos || sp2 == sp1 || requestLine.compare(sp2 + 1, 5, "HTTP/") != 0)
-            return answerStatus(fd, 400);
-        std::string method = requestLine.substr(0, sp1);
-        std::string target = requestLine.substr(sp1 + 1, sp2 - sp1 - 1);
-        std::vector<std::pair<std::string, std::string>> headers;
-        size_t pos = lineEnd + 2, end = head.find("\r\n\r\n");
-        while (pos < end) {
-            size_t e = head.find("\r\n", pos);
-            std::string line = head.substr(pos, e - pos);
-            pos = e + 2;
-            size_t colon = line.find(':');
-            if (colon == std::string::npos) return answerStatus(fd, 400);
-            headers.emplace_back(trim(line.substr(0, colon)), trim(line.substr(colon + 1)));
-        }
+        StreamingRequest request;
+        if (!parseRequestHead(head, &request)) return answerStatus(fd, 400);
+        const std::string& method = request.method;
+        const std::string& target = request.target;
+        const auto& headers = request.headers;
         bool headOnly = method == "HEAD";
         if (method != "GET" && !headOnly) return answerStatus(fd, 405, "Allow: GET, HEAD\r\n");
         std::string path, real;
@@ -313,6 +319,10 @@ struct HttpStreamingServer::Impl {
             offset += static_cast<uint64_t>(n);
             left -= static_cast<uint64_t>(n);
             bytes += static_cast<uint64_t>(n);
+        }
+        if (first == 0 && length == size) {  // also a range that asked for all of it
+            std::lock_guard<std::mutex> g(wholeLock);
+            ++wholeFiles[path];
         }
     }
 
@@ -403,6 +413,10 @@ int HttpStreamingServer::start(int port, const std::vector<std::string>& roots) 
     m.roots = real;
     m.answers = 0;
     m.bytes = 0;
+    {
+        std::lock_guard<std::mutex> w(m.wholeLock);
+        m.wholeFiles.clear();
+    }
     m.isRunning = true;
     m.acceptThread = std::thread([&m] { m.acceptLoop(); });
     return 0;
@@ -435,6 +449,12 @@ int HttpStreamingServer::port() const {
 uint64_t HttpStreamingServer::answered() const { return m_impl->answers; }
 
 uint64_t HttpStreamingServer::bytesSent() const { return m_impl->bytes; }
+
+uint64_t HttpStreamingServer::wholeFilesSent(const std::string& path) const {
+    std::lock_guard<std::mutex> g(m_impl->wholeLock);
+    auto it = m_impl->wholeFiles.find(path);
+    return it == m_impl->wholeFiles.end() ? 0 : it->second;
+}
 
 }  // namespace upnp
 }  // namespace camwifi

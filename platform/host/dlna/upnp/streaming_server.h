@@ -21,6 +21,7 @@
 #include <cstdint>
 #include <memory>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace camwifi {
@@ -28,6 +29,16 @@ namespace upnp {
 
 constexpr int kMaxStreamingClients = 32;
 constexpr int kClientStallMs = 30000;
+
+// A request's line and header fields, as a client sent them.
+struct StreamingRequest {
+    std::string method, target;
+    std::vector<std::pair<std::string, std::string>> headers;  // names and values trimmed
+};
+// head: the bytes up to and including the first empty line ("\r\n\r\n").
+// False for anything that is not "METHOD TARGET HTTP/..." followed by
+// "Name: value" lines (the answer is then 400).
+bool parseRequestHead(const std::string& head, StreamingRequest* out);
 
 // What a Range header asks of a file of size bytes.
 enum class RangeKind { kWhole, kPart, kUnsatisfiable };
@@ -63,6 +74,9 @@ public:
     uint64_t answered() const;
     // Body bytes written to clients since start.
     uint64_t bytesSent() const;
+    // How often the whole of the file at request path (decoded, as in the
+    // content URI) was written to a client to its last byte since start.
+    uint64_t wholeFilesSent(const std::string& path) const;
 
     struct Impl;
 
