@@ -26,11 +26,6 @@ using testsupport::EnterNetNamespace;
 using testsupport::NetNamespace;
 using testsupport::NsProcess;
 
-// pupnp 1.8.4 keeps a few strings of each client subscription past
-// UpnpUnRegisterClient / UpnpFinish (inside libupnp): not this library's
-// memory, so LeakSanitizer leaves it out.
-extern "C" const char* __lsan_default_suppressions() { return "leak:libupnp.so\n"; }
-
 namespace {
 
 const char* const kTvUdn = "uuid:5eb1c0de-0000-4000-8000-0000000000a7";

@@ -88,11 +88,20 @@ NsProcess::NsProcess(const NetNamespace& ns, const std::vector<std::string>& arg
     std::vector<char*> args;
     for (auto& a : all) args.push_back(const_cast<char*>(a.c_str()));
     args.push_back(nullptr);
+    // CAMWIFI_RENDERER_LOG_DIR keeps each process's output (a renderer's
+    // assertion text when it aborts) for a look after a failed run. Named
+    // before the fork: the child of a threaded program only execs.
+    static std::atomic<int> started{0};
+    std::string logFile = "/dev/null";
+    if (const char* dir = getenv("CAMWIFI_RENDERER_LOG_DIR"))
+        logFile = std::string(dir) + "/" + argv.at(0) + "-" + std::to_string(getpid()) + "-" +
+                  std::to_string(++started) + ".log";
     m_pid = fork();
     if (m_pid == 0) {
-        int null = open("/dev/null", O_WRONLY);
-        dup2(null, 1);
-        dup2(null, 2);
+        int out = open(logFile.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644);
+        if (out < 0) out = open("/dev/null", O_WRONLY);
+        dup2(out, 1);
+        dup2(out, 2);
         execvp(args[0], args.data());
         _exit(127);
     }

@@ -25,20 +25,7 @@
 using namespace camwifi::upnp;
 using testsupport::EnterNetNamespace;
 using testsupport::NetNamespace;
-
-// pupnp 1.8.4 keeps a few strings of each client subscription past
-// UpnpUnRegisterClient / UpnpFinish (a few hundred bytes a run, inside
-// libupnp): not this stack's memory, so LeakSanitizer leaves it out.
-extern "C" const char* __lsan_default_suppressions() { return "leak:libupnp.so\n"; }
-
-// UpnpFinish stops libupnp's socket threads by a datagram to them and then
-// polls a plain state variable until they have closed their sockets: an
-// ordering ThreadSanitizer cannot see, so it takes libupnp's close for a race
-// with the last search sent on that socket. libupnp is not built for
-// ThreadSanitizer anyway (its own memory accesses are invisible to it), so
-// the calls it makes itself are left out; this stack's code, callbacks run
-// on libupnp's threads included, is still checked.
-extern "C" const char* __tsan_default_suppressions() { return "called_from_lib:libupnp.so\n"; }
+using testsupport::NsProcess;
 
 namespace {
 
@@ -60,53 +47,6 @@ int threads() { return countEntries("/proc/self/task"); }
 bool haveCommand(const std::string& name) {
     return std::system(("command -v " + name + " >/dev/null 2>&1").c_str()) == 0;
 }
-
-// A process started inside a namespace, ended (SIGTERM, then SIGKILL) on destruction.
-class NsProcess {
-public:
-    NsProcess(const NetNamespace& ns, const std::vector<std::string>& argv) {
-        std::vector<std::string> all = {"ip", "netns", "exec", ns.name()};
-        all.insert(all.end(), argv.begin(), argv.end());
-        m_pid = fork();
-        if (m_pid == 0) {
-            // CAMWIFI_RENDERER_LOG_DIR keeps each renderer's output (its
-            // assertion text when it aborts) for a look after a failed run.
-            int out = -1;
-            if (const char* dir = getenv("CAMWIFI_RENDERER_LOG_DIR")) {
-                std::string file = std::string(dir) + "/" + argv[0] + "-" + std::to_string(getpid()) + ".log";
-                out = open(file.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644);
-            }
-            if (out < 0) out = open("/dev/null", O_WRONLY);
-            dup2(out, 1);
-            dup2(out, 2);
-            std::vector<char*> args;
-            for (auto& a : all) args.push_back(const_cast<char*>(a.c_str()));
-            args.push_back(nullptr);
-            execvp(args[0], args.data());
-            _exit(127);
-        }
-    }
-    ~NsProcess() { end(); }
-    // False once the process has ended (crashed or exited).
-    bool alive() { return m_pid > 0 && waitpid(m_pid, nullptr, WNOHANG) == 0; }
-    void end(int signal = SIGTERM) {
-        if (m_pid <= 0) return;
-        kill(m_pid, signal);
-        for (int i = 0; i < 50; ++i) {
-            if (waitpid(m_pid, nullptr, WNOHANG) == m_pid) {
-                m_pid = -1;
-                return;
-            }
-            usleep(100 * 1000);
-        }
-        kill(m_pid, SIGKILL);
-        waitpid(m_pid, nullptr, 0);
-        m_pid = -1;
-    }
-
-private:
-    pid_t m_pid = -1;
-};
 
 // What the listener saw, for the test thread to wait on.
 struct Seen {
