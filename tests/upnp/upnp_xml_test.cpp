@@ -26,6 +26,22 @@ TEST(UpnpDescription, RelativeUrlsResolveAgainstUrlBaseOrLocation) {
     EXPECT_EQ(devices[1].udn, "uuid:2");
 }
 
+// A truncated event whose text ends in "&#" (the bytes after it lost at a
+// NUL): the XML parser would read past its buffer, so it never sees it.
+TEST(UpnpEvents, CharacterReferenceCutShortIsRefusedUnparsed) {
+    const std::string head =
+        "<?xml version=\"1.0\"?><e:propertyset xmlns:e=\"urn:schemas-upnp-org:event-1-0\"><e:property>"
+        "<LastChange>&lt;Event xmlns=&quot;urn:schemas-upnp-org:metadata-1-0/AVT/&quot;&gt;";
+    std::vector<std::pair<std::string, std::string>> vars;
+    EXPECT_FALSE(parsePropertySet(head + "<x a=\"urn&#", &vars));
+    EXPECT_FALSE(parsePropertySet(head + "&#x;</LastChange></e:property></e:propertyset>", &vars));
+    EXPECT_FALSE(parsePropertySet(head + std::string("&#12\0;</LastChange></e:property></e:propertyset>", 48), &vars));
+    // Complete references still parse.
+    EXPECT_TRUE(parsePropertySet(head + "&#65;&#x42;&lt;/Event&gt;</LastChange></e:property></e:propertyset>", &vars));
+    ASSERT_EQ(vars.size(), 1u);
+    EXPECT_EQ(vars[0].first, "LastChange");
+}
+
 TEST(UpnpDescription, NotADescriptionIsRefused) {
     std::vector<DeviceInfo> devices;
     EXPECT_FALSE(parseDeviceDescription("<html/>", "http://a/", &devices));
@@ -101,6 +117,13 @@ TEST(UpnpTime, TimesAreReadInMilliseconds) {
     EXPECT_EQ(parseUpnpTime("NOT_IMPLEMENTED"), -1);
     EXPECT_EQ(parseUpnpTime("0:61:00"), -1);
     EXPECT_EQ(parseUpnpTime(""), -1);
+}
+
+// A renderer's F0/F1 fraction with a run of digits longer than any number
+// holds is refused, not multiplied out of range.
+TEST(UpnpTime, FractionWithTooManyDigitsIsRefused) {
+    EXPECT_EQ(parseUpnpTime("0:00:01.5/" + std::string(60, '8')), -1);
+    EXPECT_EQ(parseUpnpTime(std::string(30, '9') + ":00:01"), -1);
 }
 
 TEST(UpnpHttp, ChunkedAndLengthBodiesAreRead) {

@@ -4,6 +4,7 @@
 #include <strings.h>
 
 #include <algorithm>
+#include <cctype>
 #include <cstring>
 #include <memory>
 
@@ -23,8 +24,28 @@ struct DocFree {
 };
 using Doc = std::unique_ptr<IXML_Document, DocFree>;
 
+// ixml reads past the end of its buffer on a character reference cut short
+// ("&#" with no digits and ';' after it, as at the end of a truncated event),
+// and a NUL byte inside the text cuts the buffer it sees exactly there. XML
+// holds neither, so such text is refused before the parser sees it.
+bool characterReferencesComplete(const std::string& text) {
+    if (text.find('\0') != std::string::npos) return false;
+    for (size_t at = text.find("&#"); at != std::string::npos; at = text.find("&#", at + 2)) {
+        size_t i = at + 2;
+        const bool hex = i < text.size() && text[i] == 'x';
+        if (hex) ++i;
+        const size_t digits = i;
+        while (i < text.size() && (hex ? isxdigit(static_cast<unsigned char>(text[i]))
+                                       : isdigit(static_cast<unsigned char>(text[i]))))
+            ++i;
+        if (i == digits || i >= text.size() || text[i] != ';') return false;
+    }
+    return true;
+}
+
 Doc parse(const std::string& text) {
     if (std::count(text.begin(), text.end(), '<') > static_cast<std::ptrdiff_t>(kMaxTags)) return nullptr;
+    if (!characterReferencesComplete(text)) return nullptr;
     return Doc(ixmlParseBuffer(text.c_str()));
 }
 
@@ -262,7 +283,10 @@ long long parseUpnpTime(const std::string& t) {
     if (c1 == std::string::npos || c1 == 0 || c1 > 6) return -1;
     size_t c2 = t.find(':', c1 + 1);
     if (c2 != c1 + 3 || t.size() < c2 + 3) return -1;
+    // No field of a time has more than nine digits: a longer run is refused
+    // before it could overflow.
     auto digits = [&](size_t from, size_t to) {
+        if (to - from > 18) return -1LL;
         long long v = 0;
         for (size_t i = from; i < to; ++i) {
             if (t[i] < '0' || t[i] > '9') return -1LL;
