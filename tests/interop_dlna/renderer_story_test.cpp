@@ -24,6 +24,9 @@
 
 using testsupport::EnterNetNamespace;
 using testsupport::NetNamespace;
+using testsupport::haveCommand;
+using testsupport::openFds;
+using testsupport::threads;
 using testsupport::NsProcess;
 
 namespace {
@@ -86,16 +89,6 @@ void clearEvents() {
     gAddedUdns.clear();
 }
 
-int countEntries(const char* dir) {
-    int n = 0;
-    DIR* d = opendir(dir);
-    if (d == nullptr) return -1;
-    while (readdir(d) != nullptr) ++n;
-    closedir(d);
-    return n;
-}
-int openFds() { return countEntries("/proc/self/fd"); }
-int threads() { return countEntries("/proc/self/task"); }
 
 // The thread count once it holds still for 200 ms (at most 2 s): threads of
 // a terminate that just returned may still be on their way out of the
@@ -109,10 +102,6 @@ int settledThreads() {
         last = now;
     }
     return last;
-}
-
-bool haveCommand(const std::string& name) {
-    return std::system(("command -v " + name + " >/dev/null 2>&1").c_str()) == 0;
 }
 
 bool loggedContaining(const std::string& needle) { return !host::logLinesContaining(needle).empty(); }

@@ -1,5 +1,7 @@
 #include "support/test_support.h"
 
+#include <dirent.h>
+
 #include <chrono>
 #include <cstdlib>
 #include <filesystem>
@@ -77,6 +79,24 @@ void Hold::release() {
 void Hold::reset() {
     std::lock_guard<std::mutex> g(m_lock);
     m_inside = m_released = false;
+}
+
+namespace {
+int countEntries(const char* dir) {
+    int n = 0;
+    DIR* d = opendir(dir);
+    if (d == nullptr) return -1;
+    while (readdir(d) != nullptr) ++n;
+    closedir(d);
+    return n;
+}
+}  // namespace
+
+int openFds() { return countEntries("/proc/self/fd"); }
+int threads() { return countEntries("/proc/self/task"); }
+
+bool haveCommand(const std::string& name) {
+    return std::system(("command -v " + name + " >/dev/null 2>&1").c_str()) == 0;
 }
 
 }  // namespace testsupport

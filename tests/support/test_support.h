@@ -53,6 +53,14 @@ private:
     bool m_released = false;
 };
 
+// Open descriptors and threads of this process (entries of /proc/self/fd and
+// /proc/self/task; -1 when unreadable), for leak checks around a start and
+// terminate.
+int openFds();
+int threads();
+// Whether a program of that name is on PATH.
+bool haveCommand(const std::string& name);
+
 }  // namespace testsupport
 
 #endif

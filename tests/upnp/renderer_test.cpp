@@ -25,6 +25,9 @@
 using namespace camwifi::upnp;
 using testsupport::EnterNetNamespace;
 using testsupport::NetNamespace;
+using testsupport::haveCommand;
+using testsupport::openFds;
+using testsupport::threads;
 using testsupport::NsProcess;
 
 namespace {
@@ -33,20 +36,6 @@ const char* const kTvUdn = "uuid:5eb1c0de-0000-4000-8000-000000000001";
 const char* const kTvName = "Living Room TV";
 constexpr int kStreamingPort = 18100;
 
-int countEntries(const char* dir) {
-    int n = 0;
-    DIR* d = opendir(dir);
-    if (d == nullptr) return -1;
-    while (readdir(d) != nullptr) ++n;
-    closedir(d);
-    return n;
-}
-int openFds() { return countEntries("/proc/self/fd"); }
-int threads() { return countEntries("/proc/self/task"); }
-
-bool haveCommand(const std::string& name) {
-    return std::system(("command -v " + name + " >/dev/null 2>&1").c_str()) == 0;
-}
 
 // What the listener saw, for the test thread to wait on.
 struct Seen {
