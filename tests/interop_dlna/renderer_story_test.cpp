@@ -1,14 +1,18 @@
 // The renderer control point of libcamwifi on the real DLNA stack, driven
-// only through the library's exported functions, against gmediarender (a
-// MediaRenderer on its own pupnp) in a network namespace of its own. The
+// only through the library's exported functions, against two real renderers
+// on independent UPnP stacks: gmediarender (pupnp) and Rygel's playbin
+// renderer (GUPnP), each as the TV in a network namespace of its own. The
 // camera's side runs in a second namespace joined to the TV's by a veth
 // pair: the test thread enters it before the library starts, so every
-// thread the library and the stack start lives there.
+// thread the library and the stack start lives there. Each story asserts the
+// UI events by name and the renderer's own view, read with SOAP requests of
+// the test's own.
 #include <dirent.h>
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <condition_variable>
 #include <cstdlib>
 #include <fstream>
@@ -20,6 +24,7 @@
 #include "host_upnp_stack.h"
 #include "support/netns.h"
 #include "support/test_support.h"
+#include "support/tv_renderer.h"
 #include "zeb_stack.h"
 
 using testsupport::EnterNetNamespace;
@@ -28,11 +33,14 @@ using testsupport::haveCommand;
 using testsupport::openFds;
 using testsupport::threads;
 using testsupport::NsProcess;
+using testsupport::TvKind;
+using testsupport::TvRenderer;
 
 namespace {
 
-const char* const kTvUdn = "uuid:5eb1c0de-0000-4000-8000-0000000000a7";
 const char* const kTvName = "Camera Test TV";
+const char* const kCameraAddress = "198.51.100.2";
+constexpr int kStreamingPort = 18100;
 
 const char* eventName(int id) {
     switch (id) {
@@ -56,11 +64,13 @@ std::mutex gLock;
 std::condition_variable gChanged;
 std::vector<std::string> gEvents;
 std::vector<std::string> gAddedUdns;
+std::vector<intptr_t> gPositions;  // PLAY_POSITION values, in seconds
 
-void uiCallback(ZEB_CALLBACK_EVENT event, void* value, intptr_t) {
+void uiCallback(ZEB_CALLBACK_EVENT event, void* value, intptr_t number) {
     std::lock_guard<std::mutex> g(gLock);
     gEvents.push_back(eventName(event));
     if (event == EVT_MRCP_REFRESH_DMR_LIST && value != nullptr) gAddedUdns.push_back(static_cast<const char*>(value));
+    if (event == EVT_MRCP_PLAY_POSITION) gPositions.push_back(number);
     gChanged.notify_all();
 }
 
@@ -87,6 +97,17 @@ void clearEvents() {
     std::lock_guard<std::mutex> g(gLock);
     gEvents.clear();
     gAddedUdns.clear();
+    gPositions.clear();
+}
+
+// Polls cond every 50 ms until it holds or timeoutMs passed.
+template <typename Cond>
+bool eventually(int timeoutMs, Cond cond) {
+    for (int waited = 0; waited < timeoutMs; waited += 50) {
+        if (cond()) return true;
+        usleep(50 * 1000);
+    }
+    return cond();
 }
 
 
@@ -139,6 +160,9 @@ private:
     testsupport::TempDir m_root;
 };
 
+
+// The camera and the network of the tests: a card with the stack's
+// configuration, the camera's namespace and a TV namespace joined to it.
 class DlnaRealStack : public ::testing::Test {
 protected:
     void SetUp() override {
@@ -150,7 +174,7 @@ protected:
     }
     void TearDown() override {
         DlnaMrcpTerminate();
-        renderer.reset();
+        tvRenderer.reset();
         inCam.reset();
         cam.reset();
         tv.reset();
@@ -188,17 +212,10 @@ protected:
         return inCam->ok();
     }
 
-    // gmediarender as the TV, with sinks that keep real time.
-    void startRenderer() {
-        renderer.reset(new NsProcess(*tv, {"gmediarender", "-I", "tv0", "-p", "49494", "-u", std::string(kTvUdn + 5),
-                                           "-f", kTvName, "--gstout-audiopipe", "fakesink sync=true",
-                                           "--gstout-videopipe", "fakesink sync=true"}));
-    }
-
-    // Test pictures and a clip made with GStreamer, and the stack's media
+    // Test pictures and clips made with GStreamer, and the stack's media
     // database of them (what the camera's media server keeps).
     bool makeMedia(std::string* why) {
-        for (int i = 1; i <= 2; ++i) {
+        for (int i = 1; i <= 3; ++i) {
             std::string cmd = "gst-launch-1.0 -q videotestsrc num-buffers=1 pattern=" + std::to_string(i) +
                               " ! video/x-raw,width=640,height=480 ! jpegenc ! filesink location=" + card.dcim() +
                               "/SAM_000" + std::to_string(i) + ".JPG >/dev/null 2>&1";
@@ -207,15 +224,16 @@ protected:
                 return false;
             }
         }
-        std::string mp4 = "gst-launch-1.0 -q videotestsrc num-buffers=40 ! video/x-raw,width=320,height=240,"
-                          "framerate=10/1 ! x264enc ! mp4mux ! filesink location=" + card.dcim() +
-                          "/SAM_0003.MP4 >/dev/null 2>&1";
-        if (std::system(mp4.c_str()) != 0) {
-            *why = "could not make the test MP4 (x264enc, mp4mux)";
-            return false;
+        // A 4-second clip played to its end, a 12-second one to pause and seek in.
+        for (auto clip : {std::make_pair("SAM_0004.MP4", 40), std::make_pair("SAM_0005.MP4", 120)}) {
+            std::string mp4 = "gst-launch-1.0 -q videotestsrc num-buffers=" + std::to_string(clip.second) +
+                              " ! video/x-raw,width=320,height=240,framerate=10/1 ! x264enc ! mp4mux ! filesink "
+                              "location=" + card.dcim() + "/" + clip.first + " >/dev/null 2>&1";
+            if (std::system(mp4.c_str()) != 0) {
+                *why = "could not make the test MP4 (x264enc, mp4mux)";
+                return false;
+            }
         }
-        // The media server's database, built by the stack's scanner as the
-        // camera's media server would have built it.
         if (ZEBInitializeZEB(card.path("/mnt/mmc/config/UPnPConfig.xml").c_str()) != 0) {
             *why = "the stack did not initialise";
             return false;
@@ -227,82 +245,185 @@ protected:
         return rc == 0;
     }
 
-    std::string skipReasonForRenderer() {
-        std::string why;
-        if (!haveCommand("gmediarender")) return "gmediarender is not installed (scripts/setup.sh --upnp installs it)";
-        if (!haveCommand("gst-launch-1.0")) return "gst-launch-1.0 is not installed (scripts/setup.sh --upnp)";
-        if (!makeNetwork(&why)) return why;
-        if (!makeMedia(&why)) return why;
-        return "";
+    std::string file(const std::string& name) const { return card.dcim() + "/" + name; }
+    // The content URI the camera hands the renderer for a card file.
+    std::string uriOf(const std::string& name) const {
+        return std::string("http://") + kCameraAddress + ":" + std::to_string(kStreamingPort) + file(name);
     }
-
-    std::string rendererGone() { return renderer && renderer->alive() ? "" : " (gmediarender has ended)"; }
+    static uint64_t sizeOf(const std::string& path) {
+        struct stat st;
+        return stat(path.c_str(), &st) == 0 ? static_cast<uint64_t>(st.st_size) : 0;
+    }
 
     Card card;
     std::unique_ptr<NetNamespace> tv, cam;
     std::unique_ptr<EnterNetNamespace> inCam;
-    std::unique_ptr<NsProcess> renderer;
+    std::unique_ptr<TvRenderer> tvRenderer;
 };
+
+// The stories, each against both renderers.
+class RendererStory : public DlnaRealStack, public ::testing::WithParamInterface<TvKind> {
+protected:
+    std::string skipReason() {
+        std::string why = testsupport::tvUnavailableReason(GetParam());
+        if (why.empty() && !makeNetwork(&why)) return why;
+        if (why.empty() && !makeMedia(&why)) return why;
+        return why;
+    }
+
+    std::string gone() {
+        return tvRenderer && tvRenderer->alive() ? "" : std::string(" (") + testsupport::tvKindName(GetParam()) + " has ended)";
+    }
+
+    // The renderer comes up, is announced to the UI (REFRESH_DMR_LIST),
+    // listed with its own name and details, and chosen.
+    void startAndChoose() {
+        tvRenderer.reset(new TvRenderer(GetParam(), *tv, "tv0", kTvName));
+        ASSERT_EQ(DlnaMrcpStart(uiCallback), 1);
+        ASSERT_TRUE(tvRenderer->locate(20000)) << "the renderer never answered a search of its own" << gone();
+        udn = tvRenderer->udn();
+        ASSERT_TRUE(eventually(20000, [&] {
+            std::lock_guard<std::mutex> g(gLock);
+            return std::find(gAddedUdns.begin(), gAddedUdns.end(), udn) != gAddedUdns.end();
+        })) << "the renderer was never announced: " << eventList();
+        {
+            std::lock_guard<std::mutex> g(gLock);
+            for (auto& added : gAddedUdns) EXPECT_EQ(added, udn) << "only the TV is a renderer on this network";
+        }
+        int count = 0;
+        DmrListEntry* list = nullptr;
+        ASSERT_EQ(DlnaMrcpGetDmrList(&count, &list), 1);
+        ASSERT_EQ(count, 1);
+        ASSERT_NE(list, nullptr);
+        EXPECT_STREQ(list[0].name, kTvName);
+        EXPECT_STREQ(list[0].udn, udn.c_str());
+        DeviceInfo info = {};
+        ASSERT_EQ(DlnaMrcpGetDeviceInformation(&info, 0), 1);
+        EXPECT_STREQ(info.ip, "198.51.100.1");
+        EXPECT_STREQ(info.modelName, tvRenderer->modelName().c_str());
+        ASSERT_EQ(DlnaMrcpSetDmr(0, list[0].udn), 1);
+    }
+
+    // Shows one photo: SHOW_READY, no failure, and the renderer fetched the
+    // whole file from the camera's streaming server. With lookAtTv, the
+    // renderer's own view of it too.
+    void showPhoto(const std::string& name, size_t nth, bool lookAtTv = true) {
+        const uint64_t before = host::upnpstack::streamingBytesSent();
+        const uint64_t size = sizeOf(file(name));
+        ASSERT_GT(size, 0u);
+        ASSERT_EQ(DlnaMrcpShowFile(file(name).c_str()), 1) << name;
+        ASSERT_TRUE(waitForEvent("SHOW_READY", nth, 20000)) << name << ": " << eventList() << gone();
+        EXPECT_EQ(countOf("PLAY_FAILED"), 0u) << name << ": " << eventList() << gone();
+        EXPECT_TRUE(eventually(5000, [&] { return host::upnpstack::streamingBytesSent() - before >= size; }))
+            << name << ": the renderer did not fetch the whole photo";
+        // Rygel keeps a photo on screen (PLAYING, its URI current);
+        // gmediarender shows it for a moment, then stops and clears its URI.
+        if (!lookAtTv) return;
+        if (GetParam() == TvKind::kRygel) {
+            EXPECT_EQ(tvRenderer->transportState(), "PLAYING") << name;
+            EXPECT_EQ(tvRenderer->currentUri(), uriOf(name));
+        } else {
+            EXPECT_TRUE(eventually(5000, [&] { return tvRenderer->transportState() == "STOPPED"; })) << name;
+        }
+    }
+
+    std::string udn;
+};
+
+INSTANTIATE_TEST_SUITE_P(Renderers, RendererStory, ::testing::Values(TvKind::kGmediarender, TvKind::kRygel),
+                         [](const ::testing::TestParamInfo<TvKind>& p) {
+                             return std::string(p.param == TvKind::kRygel ? "Rygel" : "Gmediarender");
+                         });
 
 }  // namespace
 
-// The whole way of a photo and a video from the UI's calls to a real TV: the
-// renderer is announced and listed with its own name, chosen, shows a photo
-// it fetched in full from the camera's streaming server, and plays an MP4 to
-// its end; terminate returns.
-TEST_F(DlnaRealStack, RendererIsListedChosenShowsAPhotoAndPlaysAVideoToItsEnd) {
-    std::string skip = skipReasonForRenderer();
+// Three photos in a row, each fetched in full and shown: no photo fails,
+// not even every second one.
+TEST_P(RendererStory, IsListedChosenAndShowsThreePhotosInARow) {
+    std::string skip = skipReason();
     if (!skip.empty()) GTEST_SKIP() << skip;
-    startRenderer();
-    ASSERT_EQ(DlnaMrcpStart(uiCallback), 1);
-    ASSERT_TRUE(waitForEvent("REFRESH_DMR_LIST", 1, 20000)) << "the renderer was never announced: " << eventList();
-    {
-        std::lock_guard<std::mutex> g(gLock);
-        EXPECT_EQ(gAddedUdns.at(0), kTvUdn);
+    startAndChoose();
+    if (HasFatalFailure()) return;
+    for (int i = 1; i <= 3; ++i) {
+        showPhoto("SAM_000" + std::to_string(i) + ".JPG", static_cast<size_t>(i));
+        if (HasFatalFailure()) return;
     }
+    EXPECT_EQ(countOf("SHOW_READY"), 3u) << eventList();
+    EXPECT_EQ(countOf("PLAY_FAILED"), 0u) << eventList();
+}
 
-    int count = 0;
-    DmrListEntry* list = nullptr;
-    ASSERT_EQ(DlnaMrcpGetDmrList(&count, &list), 1);
-    ASSERT_EQ(count, 1);
-    ASSERT_NE(list, nullptr);
-    EXPECT_STREQ(list[0].name, kTvName);
-    EXPECT_STREQ(list[0].udn, kTvUdn);
-    DeviceInfo info = {};
-    ASSERT_EQ(DlnaMrcpGetDeviceInformation(&info, 0), 1);
-    EXPECT_STREQ(info.ip, "198.51.100.1");
-    EXPECT_STREQ(info.modelName, "gmediarender");
-    ASSERT_EQ(DlnaMrcpSetDmr(0, list[0].udn), 1);
-
-    // A photo: Stop, SetAVTransportURI, Play; SHOW_READY once it plays.
-    std::string photo = card.dcim() + "/SAM_0001.JPG";
-    struct stat st;
-    ASSERT_EQ(stat(photo.c_str(), &st), 0);
-    ASSERT_EQ(DlnaMrcpShowFile(photo.c_str()), 1);
-    ASSERT_TRUE(waitForEvent("SHOW_READY", 1, 20000)) << eventList() << rendererGone();
-    EXPECT_EQ(countOf("PLAY_FAILED"), 0u) << eventList() << rendererGone();
-    for (int i = 0; i < 100 && host::upnpstack::streamingBytesSent() < static_cast<uint64_t>(st.st_size); ++i)
-        usleep(50 * 1000);
-    EXPECT_GE(host::upnpstack::streamingBytesSent(), static_cast<uint64_t>(st.st_size))
-        << "the renderer did not fetch the whole photo";
-
-    // gmediarender shows a photo for a moment and stops by itself; a new
-    // URI sent before it has stopped is dropped when the stop lands (it
-    // clears its URI). A UI waits for the TV to have stopped, as here.
-    for (int i = 0; i < 100 && DlnaMrcpGetRendererState(kTvUdn) != 0; ++i) usleep(50 * 1000);
-    EXPECT_EQ(DlnaMrcpGetRendererState(kTvUdn), 0) << "the renderer did not stop after the photo";
-
-    // A video: PLAY_STARTED, then PLAY_COMPLETE at its end (4 seconds).
-    std::string clip = card.dcim() + "/SAM_0003.MP4";
-    ASSERT_EQ(DlnaMrcpPlayFile(clip.c_str()), 1);
-    ASSERT_TRUE(waitForEvent("PLAY_STARTED", 1, 20000)) << eventList() << rendererGone();
-    EXPECT_TRUE(waitForEvent("PLAY_COMPLETE", 1, 30000)) << eventList() << rendererGone();
+// A video right after a photo, the way a user goes through the card: the
+// renderer may still be busy with the photo when the video's URI is sent.
+// It plays to its end: PLAY_STARTED, its position advancing, PLAY_COMPLETE.
+TEST_P(RendererStory, PlaysAVideoToItsEndRightAfterAPhoto) {
+    std::string skip = skipReason();
+    if (!skip.empty()) GTEST_SKIP() << skip;
+    startAndChoose();
+    if (HasFatalFailure()) return;
+    showPhoto("SAM_0001.JPG", 1, false);  // the video follows at once
+    if (HasFatalFailure()) return;
+    ASSERT_EQ(DlnaMrcpPlayFile(file("SAM_0004.MP4").c_str()), 1);
+    ASSERT_TRUE(waitForEvent("PLAY_STARTED", 1, 20000)) << eventList() << gone();
+    EXPECT_EQ(tvRenderer->currentUri(), uriOf("SAM_0004.MP4"));
+    EXPECT_TRUE(waitForEvent("PLAY_POSITION", 1, 10000)) << eventList();
+    EXPECT_TRUE(waitForEvent("PLAY_COMPLETE", 1, 30000)) << eventList() << gone();
     EXPECT_EQ(countOf("PLAY_FAILED"), 0u) << eventList();
     EXPECT_EQ(countOf("UNSUPPORTED_FILE"), 0u) << eventList();
+    {
+        std::lock_guard<std::mutex> g(gLock);
+        ASSERT_FALSE(gPositions.empty());
+        EXPECT_GT(gPositions.back(), gPositions.front()) << "the position did not advance";
+    }
+    EXPECT_EQ(tvRenderer->transportState(), "STOPPED");
+    EXPECT_GE(host::upnpstack::streamingBytesSent(), sizeOf(file("SAM_0004.MP4")));
+}
 
+// Pause and resume as the renderer sees them, a seek that moves its
+// position there, and the volume set and read back.
+TEST_P(RendererStory, PausesResumesSeeksAndSetsTheVolume) {
+    std::string skip = skipReason();
+    if (!skip.empty()) GTEST_SKIP() << skip;
+    startAndChoose();
+    if (HasFatalFailure()) return;
+    ASSERT_EQ(DlnaMrcpPlayFile(file("SAM_0005.MP4").c_str()), 1);
+    ASSERT_TRUE(waitForEvent("PLAY_STARTED", 1, 20000)) << eventList() << gone();
+    // As a user does, once the video runs: the position bar shows it (a
+    // renderer still opening its stream may ignore a seek).
+    ASSERT_TRUE(waitForEvent("PLAY_POSITION", 1, 10000)) << eventList() << gone();
+    ASSERT_TRUE(eventually(5000, [&] { return tvRenderer->relTimeSeconds() >= 1; })) << gone();
+
+    ASSERT_EQ(DlnaMrcpPauseFile(), 1);
+    EXPECT_TRUE(waitForEvent("PLAY_PAUSED", 1, 10000)) << eventList() << gone();
+    EXPECT_EQ(tvRenderer->transportState(), "PAUSED_PLAYBACK");
+    ASSERT_EQ(DlnaMrcpResumeFile(), 1);
+    EXPECT_TRUE(waitForEvent("PLAY_RESUMED", 1, 10000)) << eventList() << gone();
+    EXPECT_EQ(tvRenderer->transportState(), "PLAYING");
+
+    ASSERT_EQ(DlnaMrcpSeekFile("0:00:08"), 1);
+    EXPECT_TRUE(eventually(5000, [&] { return tvRenderer->relTimeSeconds() >= 8; }))
+        << "the renderer's position did not jump to the target: " << tvRenderer->relTimeSeconds();
+
+    ASSERT_EQ(DlnaMrcpSetVolume(nullptr, 37), 1);
+    EXPECT_TRUE(eventually(5000, [&] { return tvRenderer->volume() == 37; })) << tvRenderer->volume();
+    ASSERT_EQ(DlnaMrcpGetVolume(nullptr), 1);
+    EXPECT_TRUE(eventually(5000, [&] { return loggedContaining("Volume : 37"); }));
+    EXPECT_EQ(countOf("PLAY_FAILED"), 0u) << eventList();
+}
+
+// The TV is switched off while a video plays: SELECTED_DMR_BYEBYE, and
+// terminate returns at once.
+TEST_P(RendererStory, RendererLeavingWhileAVideoPlaysIsReportedAndTerminateReturnsAtOnce) {
+    std::string skip = skipReason();
+    if (!skip.empty()) GTEST_SKIP() << skip;
+    startAndChoose();
+    if (HasFatalFailure()) return;
+    ASSERT_EQ(DlnaMrcpPlayFile(file("SAM_0005.MP4").c_str()), 1);
+    ASSERT_TRUE(waitForEvent("PLAY_STARTED", 1, 20000)) << eventList() << gone();
+    tvRenderer->end();
+    EXPECT_TRUE(waitForEvent("SELECTED_DMR_BYEBYE", 1, 10000)) << eventList();
     auto t0 = std::chrono::steady_clock::now();
     EXPECT_EQ(DlnaMrcpTerminate(), 1);
-    EXPECT_LT(std::chrono::steady_clock::now() - t0, std::chrono::seconds(10));
+    EXPECT_LT(std::chrono::steady_clock::now() - t0, std::chrono::seconds(3));
     EXPECT_FALSE(host::upnpstack::controlPointUp());
     EXPECT_FALSE(host::upnpstack::streamingServerRunning());
 }

@@ -12,6 +12,7 @@
 #include <upnp.h>
 #include <upnptools.h>
 
+#include <algorithm>
 #include <atomic>
 #include <cerrno>
 #include <chrono>
@@ -44,6 +45,10 @@ constexpr int kSearchMx = 2;
 // Events that arrive for a subscription not yet confirmed are kept (at most
 // this many) until its SID is known.
 constexpr size_t kMaxEarlyEvents = 16;
+// Before a new URI: how long a renderer may take to report itself stopped,
+// and how often it is asked meanwhile.
+constexpr int kStopWaitMs = 2000;
+constexpr int kStopPollMs = 50;
 
 std::atomic<bool> gLibraryInUse{false};
 
@@ -441,15 +446,72 @@ struct UpnpControlPoint::Impl {
         }
     }
 
+    HttpResult postSoap(const Device& d, const std::string& controlUrl, const std::string& serviceType,
+                    const std::string& soapAction, const std::string& body, int timeoutMs) {
+        return httpRequest("POST", controlUrl,
+                           {{"Content-Type", "text/xml; charset=\"utf-8\""},
+                            {"SOAPACTION", "\"" + serviceType + "#" + soapAction + "\""},
+                            {"User-Agent", "Linux/1.0 UPnP/1.0 camwifi/1.0"}},
+                           body, timeoutMs, d.worker->cancelFd());
+    }
+
+    // The renderer's transport state as it reports it now; "" when it does
+    // not answer or was cut short.
+    std::string askTransportState(const Device& d, const ServiceInfo& avt, int timeoutMs) {
+        HttpResult r = postSoap(d, avt.controlUrl, avt.serviceType, "GetTransportInfo",
+                            soapEnvelope(avt.serviceType, "GetTransportInfo", {{"InstanceID", "0"}}), timeoutMs);
+        SoapAnswer soap;
+        if (r.outcome != HttpResult::kOk || r.status != 200 || !parseSoapAnswer(r.body, "GetTransportInfo", &soap) ||
+            soap.fault)
+            return "";
+        const std::string* state = soap.argument("CurrentTransportState");
+        return state ? *state : "";
+    }
+
+    // A new URI goes only to a renderer that says it is stopped. One that is
+    // still playing or stopping when it arrives may drop it once its stop
+    // lands: gmediarender ends a photo by itself moments after showing it and
+    // clears whatever URI it holds by then, so a video sent right after a
+    // photo would never play. A renderer that plays is stopped first; one
+    // that is on its way (TRANSITIONING) is waited for. At most kStopWaitMs,
+    // then the URI is sent whatever the renderer says.
+    void waitUntilStopped(const Device& d, const ServiceInfo& avt) {
+        auto deadline = Clock::now() + std::chrono::milliseconds(kStopWaitMs);
+        auto left = [&] {
+            return static_cast<int>(std::chrono::duration_cast<std::chrono::milliseconds>(deadline - Clock::now()).count());
+        };
+        bool stopSent = false;
+        std::string state = askTransportState(d, avt, std::min(left(), options.actionTimeoutMs));
+        while (!state.empty() && state != "STOPPED" && state != "NO_MEDIA_PRESENT" && left() > 0) {
+            if (!stopSent && state != "TRANSITIONING") {
+                logLine(DLOG_PRIO_INFO, "%s is %s: stopping it before the new URI", d.udn.c_str(), state.c_str());
+                postSoap(d, avt.controlUrl, avt.serviceType, "Stop",
+                     soapEnvelope(avt.serviceType, "Stop", {{"InstanceID", "0"}}), std::max(left(), 1));
+                stopSent = true;
+            }
+            pollfd p = {d.worker->cancelFd(), POLLIN, 0};
+            if (poll(&p, 1, std::max(0, std::min(left(), kStopPollMs))) > 0) return;  // cut short
+            if (left() <= 0) break;
+            state = askTransportState(d, avt, left());
+        }
+        if (!state.empty() && state != "STOPPED" && state != "NO_MEDIA_PRESENT")
+            logLine(DLOG_PRIO_ERROR, "%s still %s after %d ms: the new URI goes anyway", d.udn.c_str(), state.c_str(),
+                    kStopWaitMs);
+    }
+
     void runAction(const std::shared_ptr<Device>& d, const std::string& controlUrl, const std::string& serviceType,
                    const std::string& soapAction, const std::string& body, ActionAnswer answer) {
         HttpResult r;
         if (waitUntilSettled(*d)) {
-            r = httpRequest("POST", controlUrl,
-                            {{"Content-Type", "text/xml; charset=\"utf-8\""},
-                             {"SOAPACTION", "\"" + serviceType + "#" + soapAction + "\""},
-                             {"User-Agent", "Linux/1.0 UPnP/1.0 camwifi/1.0"}},
-                            body, options.actionTimeoutMs, d->worker->cancelFd());
+            if (soapAction == "SetAVTransportURI") {
+                ServiceInfo avt;
+                {
+                    std::lock_guard<std::mutex> g(lock);
+                    if (const ServiceInfo* s = d->description.service(kAVTransport)) avt = *s;
+                }
+                if (!avt.controlUrl.empty()) waitUntilStopped(*d, avt);
+            }
+            r = postSoap(*d, controlUrl, serviceType, soapAction, body, options.actionTimeoutMs);
         } else {
             r.outcome = HttpResult::kCancelled;
             r.error = "cut short before it was sent";

@@ -18,7 +18,9 @@
 //   and a stop cuts every exchange in flight at once. libupnp's own action
 //   call waits 30 s and cannot be interrupted, so it is not used. The first
 //   actions to a renderer that has only just appeared wait until it has
-//   been on the network for kRendererSettleMs.
+//   been on the network for kRendererSettleMs. A SetAVTransportURI goes
+//   only to a renderer that reports itself stopped: one still playing is
+//   stopped first, one still stopping is waited for (at most 2 s more).
 //
 // One instance may be initialised per process at a time (libupnp is
 // process-wide).
