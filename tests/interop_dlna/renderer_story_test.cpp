@@ -428,6 +428,43 @@ TEST_P(RendererStory, RendererLeavingWhileAVideoPlaysIsReportedAndTerminateRetur
     EXPECT_FALSE(host::upnpstack::streamingServerRunning());
 }
 
+// A TV that accepts every request and never answers: the photo's STOP
+// fails (801) within the stack's bounded action time, the UI is not left
+// hanging on a call, and terminate returns at once.
+TEST_F(DlnaRealStack, RendererThatNeverAnswersFailsWithinTheActionTimeAndTerminateReturnsAtOnce) {
+    std::string why;
+    if (!makeNetwork(&why)) GTEST_SKIP() << why;
+    if (!makeMedia(&why)) GTEST_SKIP() << why;
+    const std::string fakeUdn = "uuid:5eb1c0de-0000-4000-8000-00000000dead";
+    testsupport::SilentRenderer silent(*tv, "198.51.100.1", 49600, fakeUdn, "Silent TV");
+    ASSERT_TRUE(silent.ok());
+    ASSERT_EQ(DlnaMrcpStart(uiCallback), 1);
+    bool found = false;
+    for (int i = 0; i < 20 && !found; ++i) {
+        silent.announce();
+        found = waitForEvent("REFRESH_DMR_LIST", 1, 500);
+    }
+    ASSERT_TRUE(found) << "the silent renderer was never announced";
+    int count = 0;
+    DmrListEntry* list = nullptr;
+    ASSERT_EQ(DlnaMrcpGetDmrList(&count, &list), 1);
+    ASSERT_EQ(count, 1);
+    ASSERT_EQ(DlnaMrcpSetDmr(0, list[0].udn), 1);
+    auto t0 = std::chrono::steady_clock::now();
+    ASSERT_EQ(DlnaMrcpShowFile((card.dcim() + "/SAM_0001.JPG").c_str()), 1);
+    EXPECT_LT(std::chrono::steady_clock::now() - t0, std::chrono::seconds(1)) << "the UI's call waited for the TV";
+    // Settling (3 s) plus the action time (8 s), with room for a busy machine.
+    EXPECT_TRUE(eventually(20000, [] { return loggedContaining("Error in sending action == Stop , ErrorCode = 801"); }));
+    EXPECT_TRUE(loggedContaining("Dont send the next action until TV is in Stopped state"));
+    // A volume request in flight when terminate comes is cut at once.
+    ASSERT_EQ(DlnaMrcpSetVolume(nullptr, 20), 1);
+    EXPECT_TRUE(eventually(5000, [&] { return silent.heldRequests() >= 2; }));
+    t0 = std::chrono::steady_clock::now();
+    EXPECT_EQ(DlnaMrcpTerminate(), 1);
+    EXPECT_LT(std::chrono::steady_clock::now() - t0, std::chrono::seconds(3));
+    EXPECT_EQ(countOf("SHOW_READY"), 0u) << eventList();
+}
+
 // Start and terminate through the API twenty times in one process: each
 // time it starts, and descriptors and threads are back where they were.
 TEST_F(DlnaRealStack, StartAndTerminateTwentyTimesLeaveDescriptorsAndThreadsAtBaseline) {

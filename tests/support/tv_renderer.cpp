@@ -12,6 +12,7 @@
 #include <vector>
 
 #include "support/tcp_peer.h"
+#include "support/netns.h"
 
 namespace testsupport {
 
@@ -218,6 +219,71 @@ int TvRenderer::volume() {
     std::string v = element(soap(m_rcControl, m_rcType, "GetVolume", "<InstanceID>0</InstanceID><Channel>Master</Channel>"),
                             "CurrentVolume");
     return v.empty() ? -1 : atoi(v.c_str());
+}
+
+SilentRenderer::SilentRenderer(const NetNamespace& ns, const std::string& address, uint16_t port,
+                               const std::string& udn, const std::string& name)
+    : m_location("http://" + address + ":" + std::to_string(port) + "/desc.xml"), m_udn(udn) {
+    m_description =
+        "<?xml version=\"1.0\"?><root xmlns=\"urn:schemas-upnp-org:device-1-0\"><device>"
+        "<deviceType>urn:schemas-upnp-org:device:MediaRenderer:1</deviceType><friendlyName>" + name +
+        "</friendlyName><UDN>" + udn + "</UDN><serviceList><service>"
+        "<serviceType>urn:schemas-upnp-org:service:AVTransport:1</serviceType><controlURL>/ctl</controlURL>"
+        "</service><service><serviceType>urn:schemas-upnp-org:service:RenderingControl:1</serviceType>"
+        "<controlURL>/rc</controlURL></service></serviceList></device></root>";
+    EnterNetNamespace in(ns);
+    if (!in.ok()) return;
+    m_listener = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    sockaddr_in a{};
+    a.sin_family = AF_INET;
+    a.sin_port = htons(port);
+    a.sin_addr.s_addr = inet_addr(address.c_str());
+    if (m_listener >= 0 &&
+        (bind(m_listener, reinterpret_cast<sockaddr*>(&a), sizeof a) != 0 || listen(m_listener, 8) != 0)) {
+        close(m_listener);
+        m_listener = -1;
+    }
+    m_ssdp = socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
+    if (m_listener >= 0) m_thread = std::thread([this] { serve(); });
+}
+
+SilentRenderer::~SilentRenderer() {
+    m_done = true;
+    if (m_thread.joinable()) m_thread.join();
+    if (m_listener >= 0) close(m_listener);
+    if (m_ssdp >= 0) close(m_ssdp);
+}
+
+void SilentRenderer::announce() {
+    sockaddr_in to{};
+    to.sin_family = AF_INET;
+    to.sin_port = htons(1900);
+    to.sin_addr.s_addr = inet_addr("239.255.255.250");
+    std::string alive = "NOTIFY * HTTP/1.1\r\nHOST: 239.255.255.250:1900\r\nCACHE-CONTROL: max-age=1800\r\n"
+                        "LOCATION: " + m_location + "\r\nNT: " + m_udn +
+                        "\r\nNTS: ssdp:alive\r\nSERVER: Linux/1.0 UPnP/1.0 silent/1.0\r\nUSN: " + m_udn + "\r\n\r\n";
+    sendto(m_ssdp, alive.data(), alive.size(), 0, reinterpret_cast<sockaddr*>(&to), sizeof to);
+}
+
+void SilentRenderer::serve() {
+    std::vector<int> held;
+    // Bounded: ends when the owner says so, polling every 100 ms.
+    while (!m_done) {
+        pollfd p = {m_listener, POLLIN, 0};
+        if (poll(&p, 1, 100) <= 0) continue;
+        int fd = accept4(m_listener, nullptr, nullptr, SOCK_CLOEXEC);
+        if (fd < 0) continue;
+        std::string request = recvUntil(fd, "\r\n\r\n", 2000);
+        if (request.compare(0, 4, "GET ") == 0) {
+            sendAll(fd, "HTTP/1.1 200 OK\r\nContent-Type: text/xml\r\nContent-Length: " +
+                            std::to_string(m_description.size()) + "\r\nConnection: close\r\n\r\n" + m_description);
+            close(fd);
+        } else {
+            held.push_back(fd);  // accepted, never answered
+            ++m_held;
+        }
+    }
+    for (int fd : held) close(fd);
 }
 
 }  // namespace testsupport

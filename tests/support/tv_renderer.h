@@ -7,8 +7,11 @@
 #ifndef CAMWIFI_TEST_TV_RENDERER_H
 #define CAMWIFI_TEST_TV_RENDERER_H
 
+#include <atomic>
+#include <cstdint>
 #include <memory>
 #include <string>
+#include <thread>
 
 #include "support/netns.h"
 #include "support/test_support.h"
@@ -57,6 +60,33 @@ private:
     std::unique_ptr<NsProcess> m_process;
     std::string m_udn, m_modelName;
     std::string m_avtControl, m_avtType, m_rcControl, m_rcType;
+};
+
+// A renderer that answers nothing: it serves its description, accepts every
+// action's connection and never answers it. Made in the namespace ns at
+// address:port; announces itself with ssdp:alive when asked.
+class SilentRenderer {
+public:
+    SilentRenderer(const NetNamespace& ns, const std::string& address, uint16_t port, const std::string& udn,
+                   const std::string& name);
+    ~SilentRenderer();
+    SilentRenderer(const SilentRenderer&) = delete;
+    SilentRenderer& operator=(const SilentRenderer&) = delete;
+
+    bool ok() const { return m_listener >= 0 && m_ssdp >= 0; }
+    // One ssdp:alive to the SSDP multicast group.
+    void announce();
+    // Action requests accepted and left unanswered so far.
+    int heldRequests() const { return m_held; }
+
+private:
+    void serve();
+
+    std::string m_location, m_udn, m_description;
+    int m_listener = -1, m_ssdp = -1;
+    std::atomic<bool> m_done{false};
+    std::atomic<int> m_held{0};
+    std::thread m_thread;
 };
 
 }  // namespace testsupport

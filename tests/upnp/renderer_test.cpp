@@ -21,6 +21,7 @@
 #include "streaming_server.h"
 #include "support/netns.h"
 #include "support/test_support.h"
+#include "support/tv_renderer.h"
 
 using namespace camwifi::upnp;
 using testsupport::EnterNetNamespace;
@@ -485,61 +486,14 @@ TEST_F(RendererTest, RefusedActionFailsWith801AndTheUpnpErrorIsLogged) {
 // time, and terminate does not wait for it.
 TEST_F(RendererTest, RendererThatNeverAnswersFailsWithinTheActionTimeout) {
     const std::string fakeUdn = "uuid:5eb1c0de-0000-4000-8000-00000000dead";
-    int listener = -1, ssdp = -1;
-    {
-        EnterNetNamespace inTv(*tv);
-        ASSERT_TRUE(inTv.ok());
-        listener = socket(AF_INET, SOCK_STREAM, 0);
-        sockaddr_in a{};
-        a.sin_family = AF_INET;
-        a.sin_port = htons(49600);
-        a.sin_addr.s_addr = inet_addr("198.51.100.1");
-        ASSERT_EQ(bind(listener, reinterpret_cast<sockaddr*>(&a), sizeof a), 0);
-        ASSERT_EQ(listen(listener, 8), 0);
-        ssdp = socket(AF_INET, SOCK_DGRAM, 0);
-    }
-    const std::string description =
-        "<?xml version=\"1.0\"?><root xmlns=\"urn:schemas-upnp-org:device-1-0\"><device>"
-        "<deviceType>urn:schemas-upnp-org:device:MediaRenderer:1</deviceType><friendlyName>Silent TV</friendlyName>"
-        "<UDN>" + fakeUdn + "</UDN><serviceList><service>"
-        "<serviceType>urn:schemas-upnp-org:service:AVTransport:1</serviceType><controlURL>/ctl</controlURL>"
-        "</service></serviceList></device></root>";
-    std::atomic<bool> done{false};
-    std::vector<int> held;
-    std::thread fake([&] {
-        // Bounded: ends when the test says so, polling every 100 ms.
-        while (!done) {
-            pollfd p = {listener, POLLIN, 0};
-            if (poll(&p, 1, 100) <= 0) continue;
-            int fd = accept(listener, nullptr, nullptr);
-            if (fd < 0) continue;
-            char buf[4096];
-            ssize_t n = recv(fd, buf, sizeof buf, 0);
-            std::string req(buf, n > 0 ? static_cast<size_t>(n) : 0);
-            if (req.compare(0, 4, "GET ") == 0) {
-                std::string answer = "HTTP/1.1 200 OK\r\nContent-Type: text/xml\r\nContent-Length: " +
-                                     std::to_string(description.size()) + "\r\nConnection: close\r\n\r\n" + description;
-                (void)!::send(fd, answer.data(), answer.size(), MSG_NOSIGNAL);
-                close(fd);
-            } else {
-                held.push_back(fd);  // accepted, never answered
-            }
-        }
-        for (int fd : held) close(fd);
-    });
+    testsupport::SilentRenderer silent(*tv, "198.51.100.1", 49600, fakeUdn, "Silent TV");
+    ASSERT_TRUE(silent.ok());
     ASSERT_EQ(cp.init("cam0", seen.listener()), 0) << cp.why();
     ASSERT_EQ(cp.start(), 0);
-    sockaddr_in to{};
-    to.sin_family = AF_INET;
-    to.sin_port = htons(1900);
-    to.sin_addr.s_addr = inet_addr("239.255.255.250");
-    std::string alive = "NOTIFY * HTTP/1.1\r\nHOST: 239.255.255.250:1900\r\nCACHE-CONTROL: max-age=1800\r\n"
-                        "LOCATION: http://198.51.100.1:49600/desc.xml\r\nNT: " + fakeUdn +
-                        "\r\nNTS: ssdp:alive\r\nSERVER: Linux/1.0 UPnP/1.0 fake/1.0\r\nUSN: " + fakeUdn + "\r\n\r\n";
     bool found = false;
     auto firstAlive = std::chrono::steady_clock::now();
     for (int i = 0; i < 20 && !found; ++i) {
-        sendto(ssdp, alive.data(), alive.size(), 0, reinterpret_cast<sockaddr*>(&to), sizeof to);
+        silent.announce();
         found = seen.waitFor(500, [&] { return !seen.deviceEvents.empty(); });
     }
     ASSERT_TRUE(found) << "the silent renderer was never added";
@@ -559,8 +513,5 @@ TEST_F(RendererTest, RendererThatNeverAnswersFailsWithinTheActionTimeout) {
     t0 = std::chrono::steady_clock::now();
     cp.terminate();
     EXPECT_LT(std::chrono::steady_clock::now() - t0, std::chrono::seconds(3));
-    done = true;
-    fake.join();
-    close(listener);
-    close(ssdp);
+    EXPECT_EQ(silent.heldRequests(), 2);
 }
