@@ -465,6 +465,39 @@ TEST_F(DlnaRealStack, RendererThatNeverAnswersFailsWithinTheActionTimeAndTermina
     EXPECT_EQ(countOf("SHOW_READY"), 0u) << eventList();
 }
 
+// While the control point runs, the camera is on the network as its
+// control-point device: a search from the TV's side finds "CAMERA_MRCP" with
+// the camera's fixed UDN, its description and service descriptions are
+// served. The camera never lists itself as a renderer, and after terminate
+// it is gone.
+TEST_F(DlnaRealStack, CameraIsAdvertisedAsItsControlPointDeviceWhileStarted) {
+    std::string why;
+    if (!makeNetwork(&why)) GTEST_SKIP() << why;
+    ASSERT_EQ(DlnaMrcpStart(uiCallback), 1);
+    testsupport::FoundDevice camera;
+    {
+        EnterNetNamespace inTv(*tv);
+        ASSERT_TRUE(inTv.ok());
+        ASSERT_TRUE(testsupport::searchDevice("CAMERA_MRCP", 10000, &camera)) << "the camera is not on the network";
+        EXPECT_EQ(camera.udn, "uuid:a520f180-00a4-1000-b5d5-000e35c6028e");
+        EXPECT_EQ(camera.location.find("http://198.51.100.2:"), 0u) << camera.location;
+        EXPECT_EQ(testsupport::xmlElement(camera.description, "modelNumber"), "0.765");
+        std::string scpd = testsupport::httpGet(testsupport::absoluteUrl(
+            camera.location, testsupport::xmlElement(camera.description, "SCPDURL")));
+        EXPECT_NE(scpd.find("<scpd"), std::string::npos) << "its AVTransport description is not served";
+        EXPECT_NE(scpd.find("SetAVTransportURI"), std::string::npos);
+    }
+    usleep(3000 * 1000);  // a periodic search has run meanwhile
+    int count = -1;
+    DmrListEntry* list = nullptr;
+    ASSERT_EQ(DlnaMrcpGetDmrList(&count, &list), 1);
+    EXPECT_EQ(count, -1) << "the camera listed a renderer where there is none but itself";
+    EXPECT_EQ(countOf("REFRESH_DMR_LIST"), 0u) << eventList();
+    EXPECT_EQ(DlnaMrcpTerminate(), 1);
+    EnterNetNamespace inTv(*tv);
+    EXPECT_FALSE(testsupport::searchDevice("CAMERA_MRCP", 3000, &camera)) << "the camera is still advertised";
+}
+
 // Start and terminate through the API twenty times in one process: each
 // time it starts, and descriptors and threads are back where they were.
 TEST_F(DlnaRealStack, StartAndTerminateTwentyTimesLeaveDescriptorsAndThreadsAtBaseline) {

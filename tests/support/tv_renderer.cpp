@@ -127,7 +127,7 @@ void TvRenderer::end() {
     if (m_process) m_process->end();
 }
 
-bool TvRenderer::locate(int timeoutMs) {
+bool searchDevice(const std::string& friendlyName, int timeoutMs, FoundDevice* out) {
     int fd = socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
     if (fd < 0) return false;
     sockaddr_in to{};
@@ -165,26 +165,41 @@ bool TvRenderer::locate(int timeoutMs) {
             for (auto& t : tried) seenBefore = seenBefore || t == location;
             if (location.empty() || seenBefore) continue;
             tried.push_back(location);
-            std::string description = httpExchange(location, "GET", "", "");
-            if (element(description, "friendlyName") != m_name) continue;  // another device (the camera's own)
-            m_udn = element(description, "UDN");
-            m_modelName = element(description, "modelName");
-            // Each service's type and control URL.
-            size_t at = 0, end = 0;
-            for (;;) {
-                std::string service = element(description, "service", at, &end);
-                if (service.empty()) break;
-                at = end;
-                std::string type = element(service, "serviceType");
-                std::string control = absolute(location, element(service, "controlURL"));
-                if (type.find(":service:AVTransport:") != std::string::npos) m_avtControl = control, m_avtType = type;
-                if (type.find(":service:RenderingControl:") != std::string::npos) m_rcControl = control, m_rcType = type;
-            }
-            found = !m_udn.empty() && !m_avtControl.empty();
+            std::string description = httpGet(location);
+            if (element(description, "friendlyName") != friendlyName) continue;  // another device
+            out->location = location;
+            out->description = description;
+            out->udn = element(description, "UDN");
+            found = !out->udn.empty();
         }
     }
     close(fd);
     return found;
+}
+
+std::string httpGet(const std::string& url) { return httpExchange(url, "GET", "", ""); }
+
+std::string absoluteUrl(const std::string& location, const std::string& ref) { return absolute(location, ref); }
+
+std::string xmlElement(const std::string& xml, const std::string& tag) { return element(xml, tag); }
+
+bool TvRenderer::locate(int timeoutMs) {
+    FoundDevice device;
+    if (!searchDevice(m_name, timeoutMs, &device)) return false;
+    m_udn = device.udn;
+    m_modelName = element(device.description, "modelName");
+    // Each service's type and control URL.
+    size_t at = 0, end = 0;
+    for (;;) {
+        std::string service = element(device.description, "service", at, &end);
+        if (service.empty()) break;
+        at = end;
+        std::string type = element(service, "serviceType");
+        std::string control = absolute(device.location, element(service, "controlURL"));
+        if (type.find(":service:AVTransport:") != std::string::npos) m_avtControl = control, m_avtType = type;
+        if (type.find(":service:RenderingControl:") != std::string::npos) m_rcControl = control, m_rcType = type;
+    }
+    return !m_avtControl.empty();
 }
 
 std::string TvRenderer::soap(const std::string& controlUrl, const std::string& serviceType, const std::string& action,

@@ -24,6 +24,21 @@ const char* tvKindName(TvKind kind);  // "gmediarender", "rygel"
 // Empty when that renderer can run here, else why not (for GTEST_SKIP).
 std::string tvUnavailableReason(TvKind kind);
 
+// A device found with an M-SEARCH for MediaRenderer:1 from the calling
+// thread's namespace, and its description.
+struct FoundDevice {
+    std::string location, description, udn;
+};
+// Searches (once a second, at most timeoutMs) for the renderer whose
+// description has that friendlyName.
+bool searchDevice(const std::string& friendlyName, int timeoutMs, FoundDevice* out);
+// The body of a GET of url ("" when none came), from the calling thread's namespace.
+std::string httpGet(const std::string& url);
+// ref of a description made absolute against the description's location.
+std::string absoluteUrl(const std::string& location, const std::string& ref);
+// The text of the first <tag> element of xml ("" when absent).
+std::string xmlElement(const std::string& xml, const std::string& tag);
+
 class TvRenderer {
 public:
     // Starts the renderer in ns on interface iface (which has an IPv4

@@ -177,7 +177,6 @@ ZEB_ERROR_CODE terminateZEB() {
 ZEB_ERROR_CODE mrcpInitialize(ZEBMRCPExceptionCallback exception, ZEBMRCPDeviceInfoCallback deviceInfo,
                               ZEBMRCPDeviceStatusCallback deviceStatus, ZEBMRCPCommandResponseCallback commandResponse,
                               int* profileId, const char* directory) {
-    (void)directory;  // the descriptions are checked by ZEBCheckFileState before
     if (!exception || !deviceInfo || !deviceStatus || !commandResponse || profileId == nullptr) return 1;
     const char* chosenIface = getenv("CAMWIFI_IFACE");
     std::string iface = chosenIface && *chosenIface ? chosenIface : defaultInterface();
@@ -188,7 +187,11 @@ ZEB_ERROR_CODE mrcpInitialize(ZEBMRCPExceptionCallback exception, ZEBMRCPDeviceI
     }
     endControlPoint();  // a second profile replaces the first
     auto cp = std::make_shared<UpnpControlPoint>();
-    if (cp->init(iface, listenerFor(kProfile, deviceInfo, deviceStatus, commandResponse)) != 0) {
+    // The camera's control-point device, written there by ZEBCheckFileState,
+    // is advertised while the profile runs, as the camera's stack does.
+    UpnpControlPoint::Options options;
+    if (directory != nullptr) options.descriptionDir = directory;
+    if (cp->init(iface, listenerFor(kProfile, deviceInfo, deviceStatus, commandResponse), options) != 0) {
         logLine(DLOG_PRIO_ERROR, "ZEBMRCPInitialize: the DLNA stack cannot come up on interface %s%s: %s",
                 iface.c_str(), chosenIface && *chosenIface ? " (CAMWIFI_IFACE)" : "", cp->why().c_str());
         return 1;

@@ -1,6 +1,7 @@
 #include "control_point.h"
 
 #include <arpa/inet.h>
+#include <dirent.h>
 #include <ifaddrs.h>
 #include <net/if.h>
 #include <netinet/in.h>
@@ -48,6 +49,10 @@ constexpr size_t kMaxEarlyEvents = 16;
 // Before a new URI: how long a renderer may take to report itself stopped,
 // and how often it is asked meanwhile.
 constexpr int kStopWaitMs = 2000;
+// Lifetime of the camera's own advertisements (libupnp repeats them in time).
+constexpr int kAdvertisementSeconds = 1800;
+// Larger description files are not the camera's.
+constexpr size_t kMaxDescriptionBytes = 1 << 20;
 constexpr int kStopPollMs = 50;
 
 std::atomic<bool> gLibraryInUse{false};
@@ -236,6 +241,9 @@ struct UpnpControlPoint::Impl {
     std::string iface, ip, whyText;
     bool libraryOwned = false, registered = false, started = false;
     UpnpClient_Handle handle = -1;
+    // The camera's own device while it is advertised.
+    UpnpDevice_Handle deviceHandle = -1;
+    std::string ownUdn, webRoot;
 
     std::map<std::string, std::shared_ptr<Device>> devices;  // by UDN
     std::vector<std::string> order;                          // announced renderers, in order
@@ -280,6 +288,116 @@ struct UpnpControlPoint::Impl {
             call();
             l.lock();
         }
+    }
+
+    // --- The camera's own device -----------------------------------------------
+    // Advertises the device the description folder describes and serves its
+    // descriptions with libupnp's web server. The folder holds the service
+    // descriptions under their own names ("AVTransport_1.xml") while the
+    // device description refers to them by longer ones
+    // ("_urn:schemas-upnp-org:service:AVTransport_1.xml"), as the camera's
+    // stack maps them: the web server gets a folder of its own with every
+    // file under the name the device description uses. Nothing here is
+    // needed to control renderers: a failure is logged and the control point
+    // works on unseen.
+    void advertise() {
+        const std::string& dir = options.descriptionDir;
+        std::string text = readFile(dir + "/DeviceDescription.xml");
+        std::vector<DeviceInfo> devices;
+        if (text.empty() || !parseDeviceDescription(text, "http://" + ip + "/", &devices) || devices.empty()) {
+            logLine(DLOG_PRIO_ERROR, "no device description to advertise in %s", dir.c_str());
+            return;
+        }
+        char root[] = "/tmp/camwifi-upnp-XXXXXX";
+        if (mkdtemp(root) == nullptr) {
+            logLine(DLOG_PRIO_ERROR, "no folder for the web server: %s", strerror(errno));
+            return;
+        }
+        webRoot = root;
+        bool copied = writeFile(webRoot + "/DeviceDescription.xml", text);
+        for (const ServiceInfo& service : devices[0].services) {
+            std::string name = service.scpdUrl.substr(service.scpdUrl.rfind('/') + 1);
+            if (name.empty() || name == "." || name == "..") continue;
+            std::string own = name.substr(name.rfind(':') + 1);  // the folder's name of it
+            std::string body = readFile(dir + "/" + name);
+            if (body.empty()) body = readFile(dir + "/" + own);
+            copied = copied && !body.empty() && writeFile(webRoot + "/" + name, body);
+        }
+        std::lock_guard<std::mutex> g(lock);
+        ownUdn = devices[0].udn;  // before the first advertisement comes back to us
+        std::string url = "http://" + ip + ":" + std::to_string(UpnpGetServerPort()) + "/DeviceDescription.xml";
+        int rc = copied ? UpnpSetWebServerRootDir(webRoot.c_str()) : UPNP_E_FILE_NOT_FOUND;
+        UpnpDevice_Handle h = -1;
+        if (rc == UPNP_E_SUCCESS) rc = UpnpRegisterRootDevice(url.c_str(), &Impl::deviceCallback, this, &h);
+        if (rc == UPNP_E_SUCCESS) {
+            rc = UpnpSendAdvertisement(h, kAdvertisementSeconds);
+            if (rc != UPNP_E_SUCCESS) UpnpUnRegisterRootDevice(h);
+        }
+        if (rc != UPNP_E_SUCCESS) {
+            logLine(DLOG_PRIO_ERROR, "advertising %s failed: %d (%s)", url.c_str(), rc, UpnpGetErrorMessage(rc));
+            removeWebRoot();
+            return;
+        }
+        deviceHandle = h;
+        logLine(DLOG_PRIO_INFO, "advertising \"%s\" %s at %s", devices[0].friendlyName.c_str(), ownUdn.c_str(),
+                url.c_str());
+    }
+
+    static std::string readFile(const std::string& path) {
+        std::string text;
+        if (FILE* f = fopen(path.c_str(), "rb")) {
+            char buf[4096];
+            size_t n;
+            while ((n = fread(buf, 1, sizeof buf, f)) > 0 && text.size() < kMaxDescriptionBytes) text.append(buf, n);
+            fclose(f);
+        }
+        return text;
+    }
+    static bool writeFile(const std::string& path, const std::string& text) {
+        FILE* f = fopen(path.c_str(), "wb");
+        if (f == nullptr) return false;
+        bool ok = fwrite(text.data(), 1, text.size(), f) == text.size();
+        return fclose(f) == 0 && ok;
+    }
+    void removeWebRoot() {
+        if (webRoot.empty()) return;
+        if (DIR* d = opendir(webRoot.c_str())) {
+            while (dirent* e = readdir(d))
+                if (strcmp(e->d_name, ".") != 0 && strcmp(e->d_name, "..") != 0) unlink((webRoot + "/" + e->d_name).c_str());
+            closedir(d);
+        }
+        rmdir(webRoot.c_str());
+        webRoot.clear();
+    }
+
+    bool isOwn(const char* udn) {
+        std::lock_guard<std::mutex> g(lock);
+        return ownUdn == udn;
+    }
+
+    // Says byebye for the camera's device.
+    void withdraw() {
+        UpnpDevice_Handle h;
+        {
+            std::lock_guard<std::mutex> g(lock);
+            h = deviceHandle;
+            deviceHandle = -1;
+        }
+        if (h != -1) UpnpUnRegisterRootDevice(h);
+        std::lock_guard<std::mutex> g(lock);
+        removeWebRoot();
+    }
+
+    // The camera's device is a description for the network to see, not a
+    // renderer: it takes no action.
+    static int deviceCallback(Upnp_EventType type, const void* event, void*) {
+        if (type == UPNP_CONTROL_ACTION_REQUEST && event != nullptr) {
+            auto* request = static_cast<UpnpActionRequest*>(const_cast<void*>(event));
+            UpnpActionRequest_set_ErrCode(request, 401);
+            UpnpActionRequest_strcpy_ErrStr(request, "Invalid Action");
+            UpnpActionRequest_set_ActionResult(request, nullptr);
+        }
+        return 0;
     }
 
     // --- Search and expiry ----------------------------------------------------
@@ -331,7 +449,7 @@ struct UpnpControlPoint::Impl {
     void seen(const std::string& udn, const std::string& location, int maxAge) {
         if (udn.empty() || location.empty()) return;
         std::lock_guard<std::mutex> g(lock);
-        if (!started) return;
+        if (!started || udn == ownUdn) return;
         auto expires = Clock::now() + std::chrono::seconds(maxAge > 0 ? maxAge : 1800);
         auto it = devices.find(udn);
         if (it != devices.end()) {
@@ -635,7 +753,7 @@ struct UpnpControlPoint::Impl {
             case UPNP_DISCOVERY_ADVERTISEMENT_BYEBYE: {
                 auto* d = static_cast<const UpnpDiscovery*>(event);
                 const char* udn = UpnpDiscovery_get_DeviceID_cstr(d);
-                if (udn && *udn) {
+                if (udn && *udn && !self->isOwn(udn)) {
                     logLine(DLOG_PRIO_INFO, "byebye from %s", udn);
                     self->remove(udn);
                 }
@@ -736,6 +854,7 @@ int UpnpControlPoint::start() {
     }
     m.eventThread = std::thread([&m] { m.eventLoop(); });
     m.houseThread = std::thread([&m] { m.houseLoop(); });
+    if (!m.options.descriptionDir.empty()) m.advertise();
     return 0;
 }
 
@@ -746,6 +865,7 @@ int UpnpControlPoint::stop() {
         if (!m.started) return 0;
         m.started = false;  // no new devices from here on
     }
+    m.withdraw();
     {
         std::lock_guard<std::mutex> g(m.houseLock);
         m.houseStopping = true;

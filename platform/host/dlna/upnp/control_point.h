@@ -116,6 +116,11 @@ public:
         int actionTimeoutMs = kActionTimeoutMs;
         int subscriptionSeconds = 1800;  // requested GENA timeout (libupnp renews it)
         int settleMs = kRendererSettleMs; // no action before a renderer is this old
+        // Folder of the camera's own device description
+        // ("DeviceDescription.xml" and its service descriptions): while
+        // started, that device is served and advertised on the network, and
+        // never listed as a renderer. Empty: nothing is advertised.
+        std::string descriptionDir;
     };
 
     UpnpControlPoint();
@@ -129,9 +134,12 @@ public:
     // libupnp's error).
     int init(const std::string& iface, Listener listener, Options options);
     int init(const std::string& iface, Listener listener) { return init(iface, std::move(listener), Options()); }
-    // Starts the event thread and the search. 0 on success.
+    // Starts the event thread and the search, and advertises the camera's
+    // own device (Options::descriptionDir); a device that cannot be
+    // advertised is logged and the control point works on. 0 on success.
     int start();
-    // Stops searching and cuts every request in flight; returns when no
+    // Withdraws the camera's device (ssdp:byebye), stops searching and cuts
+    // every request in flight; returns when no
     // listener call runs any more (from inside a listener call it returns at
     // once and the thread ends after it). Pending answers are dropped.
     int stop();

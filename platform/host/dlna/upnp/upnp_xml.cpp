@@ -113,6 +113,7 @@ void collectDevices(IXML_Node* device, const std::string& base, std::vector<Devi
         if (localName(s) != "service") continue;
         ServiceInfo si;
         si.serviceType = childText(s, "serviceType");
+        si.scpdUrl = childText(s, "SCPDURL");
         std::string control = childText(s, "controlURL");
         std::string event = childText(s, "eventSubURL");
         if (si.serviceType.empty() || control.empty()) continue;

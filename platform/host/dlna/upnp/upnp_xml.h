@@ -17,6 +17,7 @@ struct ServiceInfo {
     std::string serviceType;  // "urn:schemas-upnp-org:service:AVTransport:1"
     std::string controlUrl;   // where SOAP actions are posted
     std::string eventSubUrl;  // where GENA subscriptions go (may be empty)
+    std::string scpdUrl;      // the service description, as the device description writes it
 };
 
 // One device of a description (the root device or an embedded one).
