@@ -204,6 +204,10 @@ bool TvControl::startControlPoint(std::string* why) {
     // unchanged); the push features read it at their next start, so the
     // setting the person chose is put back.
     const int transferSize = DlnaGetTransferSize();
+    // Only announcements after this start count for finding the chosen TV
+    // again: those of an earlier start may still lie unconsumed.
+    long lastSeq = 0;
+    for (const UiEvent& e : CameraUi::instance().events()) lastSeq = e.seq;
     const int started = DlnaMrcpStart(CameraUi::onTv);
     DlnaSetTransferSize(transferSize);
     if (started != 1) {
@@ -217,15 +221,18 @@ bool TvControl::startControlPoint(std::string* why) {
     m_running = true;
     // After a restart the chosen TV must be found again before a request
     // can reach it; it stays chosen (DlnaMrcpTerminate keeps the choice).
-    if (chosen() && !waitForChosenTv(15000)) say("the chosen TV " + m_choice.name + " has not answered again yet");
+    if (chosen() && !waitForChosenTv(lastSeq, 15000)) say("the chosen TV " + m_choice.name + " has not answered again yet");
     return true;
 }
 
-bool TvControl::waitForChosenTv(int timeoutMs) {
+bool TvControl::waitForChosenTv(long afterSeq, int timeoutMs) {
     std::atomic<int> never{0};
     const std::string udn = m_choice.udn;
     return CameraUi::instance().waitEvent(
-        [&](const UiEvent& e) { return e.feature == Feature::Tv && e.id == EVT_MRCP_REFRESH_DMR_LIST && e.detail == udn; },
+        [&](const UiEvent& e) {
+            return e.seq > afterSeq && e.feature == Feature::Tv && e.id == EVT_MRCP_REFRESH_DMR_LIST &&
+                   strcasecmp(e.detail.c_str(), udn.c_str()) == 0;
+        },
         timeoutMs, never, nullptr);
 }
 
@@ -338,8 +345,10 @@ bool TvControl::cardFile(const std::string& path, std::string* cardPath, MediaKi
     }
     const std::string name = baseName(source);
     *cardPath = m_card.pictureDir() + "/" + name;
-    char a[PATH_MAX], b[PATH_MAX];
-    const bool alreadyOnCard = realpath(source.c_str(), a) && realpath(cardPath->c_str(), b) && strcmp(a, b) == 0;
+    // A file of the same name and content on the card is that file.
+    std::string given, onCard;
+    const bool alreadyOnCard =
+        readWholeFile(source, &given) && readWholeFile(*cardPath, &onCard) && given == onCard;
     bool changed = !m_known.count(name);
     if (!alreadyOnCard) {
         if (!m_card.addPicture(source, cardPath, why)) return false;

@@ -81,7 +81,7 @@ private:
     bool writeConfiguration(std::string* why);
     bool buildDatabase(std::string* why);
     bool startControlPoint(std::string* why);
-    bool waitForChosenTv(int timeoutMs);
+    bool waitForChosenTv(long afterSeq, int timeoutMs);
     bool requireTv(std::string* why) const;
     void say(const std::string& text) { m_log.line("sim", text); }
 
