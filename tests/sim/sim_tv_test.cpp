@@ -153,7 +153,7 @@ TEST_F(SimTv, ShellListsChoosesShowsAPhotoAndSetsTheVolumeOfARealTv) {
     if (!why.empty()) GTEST_SKIP() << why;
     Process sim;
     ASSERT_TRUE(cameraShell(sim)) << sim.output();
-    sim.write("tv show SAM_0001.JPG\ntv list\nwait REFRESH_DMR_LIST 20\ntv list\ntv use 5\ntv use sim test tv\ntv show nope.jpg\n"
+    sim.write("tv show SAM_0001.JPG\ntv list\nwait REFRESH_DMR_LIST 20\ntv list\ntv use 5\ntv use \"sim test tv\"\ntv show nope.jpg\n"
               "tv show SAM_0002.MP4\ntv show SAM_0001.JPG\nwait SHOW_READY 30\ntv volume 101\ntv volume 30\n"
               "tv seek 1:2\ntv state\nstatus\n");
     ASSERT_TRUE(sim.waitOutput("  TV           renderer control point on cam0, Sim Test TV chosen", 60000))

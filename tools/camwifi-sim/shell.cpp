@@ -264,6 +264,8 @@ private:
         // The rest of the line: a TV's name may hold blanks.
         std::string arg;
         for (size_t i = 2; i < w.size(); ++i) arg += (arg.empty() ? "" : " ") + w[i];
+        if (arg.size() >= 2 && (arg[0] == '"' || arg[0] == '\'') && arg.back() == arg[0])
+            arg = arg.substr(1, arg.size() - 2);
         std::string why, cardPath;
         MediaKind kind;
         if (sub == "list") {
