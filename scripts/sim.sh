@@ -32,6 +32,18 @@ while [[ $# -gt 0 ]]; do
   fi
 done
 
+kNeeds=77
+needs() {
+  echo "sim.sh --story tv: $1" >&2
+  echo "sim.sh --story tv: it needs root, network namespaces (ip netns, iproute2) and gmediarender" \
+       "(scripts/setup.sh --upnp); on a network with a real TV use camwifi-sim --story tv --iface NAME" >&2
+  exit $kNeeds
+}
+# Said before anything is installed or built for it.
+if [[ "$story" == tv ]]; then
+  [[ "$(id -u)" == 0 ]] || needs "not running as root"
+fi
+
 dir="${CAMWIFI_SIM_BUILD:-build}"
 if [[ -z "${CAMWIFI_SIM_NO_BUILD:-}" ]]; then
   if [[ "$story" == tv ]]; then scripts/setup.sh --upnp; else scripts/setup.sh; fi
@@ -48,14 +60,6 @@ fi
 
 # ---- the TV story -------------------------------------------------------------
 
-kNeeds=77
-needs() {
-  echo "sim.sh --story tv: $1" >&2
-  echo "sim.sh --story tv: it needs root, network namespaces (ip netns, iproute2) and gmediarender" \
-       "(scripts/setup.sh --upnp); on a network with a real TV use camwifi-sim --story tv --iface NAME" >&2
-  exit $kNeeds
-}
-[[ "$(id -u)" == 0 ]] || needs "not running as root"
 command -v ip >/dev/null || needs "the ip command (iproute2) is not installed"
 command -v gmediarender >/dev/null || needs "gmediarender is not installed"
 [[ -x "$sim" ]] || { echo "sim.sh --story tv: $sim is not built" >&2; exit 1; }

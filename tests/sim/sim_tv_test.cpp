@@ -7,7 +7,6 @@
 #include <unistd.h>
 
 #include <cstdlib>
-#include <fstream>
 #include <memory>
 #include <string>
 #include <vector>
@@ -35,12 +34,8 @@ protected:
         m_log = m_dir.path() + "/camwifi.log";
     }
     void TearDown() override {
-        if (HasFailure()) {
-            std::ifstream in(m_log);
-            std::string line;
-            int n = 0;
-            while (std::getline(in, line) && n++ < 300) fprintf(stderr, "[library] %s\n", line.c_str());
-        }
+        // What the library logged (and any sanitizer report) helps.
+        if (HasFailure()) simtest::printLibraryLog(m_log, 300);
         m_renderer.reset();
         m_cam.reset();
         m_tv.reset();

@@ -3,13 +3,13 @@
 #include <unistd.h>
 
 #include <chrono>
-#include <map>
 #include <thread>
 #include <vector>
 
 #include "camera_ui.h"
 #include "camwifi/camwifi.h"
 #include "media.h"
+#include "story.h"
 #include "tv.h"
 
 namespace camsim {
@@ -102,19 +102,31 @@ private:
         }
     }
 
-    bool sentSince(unsigned long long before, unsigned long long* sent) {
+    bool bytesSent(unsigned long long* bytes) {
+        if (m_tv.bytesSent(bytes)) return true;
+        return fail("cannot read what " + m_tv.interface() + " sent (/proc/net/dev)");
+    }
+
+    // The TV had the whole file when the interface sent at least its size
+    // since before: what it did with it (how) becomes the file's verdict.
+    bool fetchedWhole(Shown& f, unsigned long long before, const std::string& how, const char* what) {
         unsigned long long now = 0;
-        if (!m_tv.bytesSent(&now)) return fail("cannot read what " + m_tv.interface() + " sent (/proc/net/dev)");
-        *sent = now - before;
-        return true;
+        if (!bytesSent(&now)) return false;
+        const unsigned long long sent = now - before;
+        f.ok = sent >= f.size;
+        f.verdict = how + "; " + m_tv.interface() + " sent " + groupDigits(sent) + " bytes for the " +
+                    groupDigits(f.size) + "-byte file";
+        if (f.ok) return true;
+        return fail(std::string("the TV did not fetch the whole ") + what + ": " + m_tv.interface() +
+                    " sent only " + groupDigits(sent) + " bytes");
     }
 
     // SHOW_READY, then the TV stopped by itself (a TV that shows a photo
     // for a moment, as gmediarender does, drops a new URI sent before).
     bool showPhoto(Shown& f) {
         std::string why;
-        unsigned long long before = 0, sent = 0;
-        if (!m_tv.bytesSent(&before)) return fail("cannot read what " + m_tv.interface() + " sent (/proc/net/dev)");
+        unsigned long long before = 0;
+        if (!bytesSent(&before)) return false;
         if (!m_tv.show(f.cardPath, &why)) return fail(why);
         step("showing " + baseName(f.cardPath) + " on the TV");
         UiEvent e;
@@ -130,13 +142,7 @@ private:
             std::this_thread::sleep_for(std::chrono::milliseconds(100));
         }
         step("the TV stopped after the photo");
-        if (!sentSince(before, &sent)) return false;
-        f.ok = sent >= f.size;
-        f.verdict = "shown (SHOW_READY), the TV stopped after it; " + m_tv.interface() + " sent " +
-                    groupDigits(sent) + " bytes for the " + groupDigits(f.size) + "-byte file";
-        if (!f.ok) return fail("the TV did not fetch the whole photo: " + m_tv.interface() + " sent only " +
-                               groupDigits(sent) + " bytes");
-        return true;
+        return fetchedWhole(f, before, "shown (SHOW_READY), the TV stopped after it", "photo");
     }
 
     // PLAY_STARTED, then PLAY_COMPLETE at the video's end. The wait for the
@@ -144,8 +150,8 @@ private:
     // play out while a TV that stopped reporting is given up on.
     bool playVideo(Shown& f) {
         std::string why;
-        unsigned long long before = 0, sent = 0;
-        if (!m_tv.bytesSent(&before)) return fail("cannot read what " + m_tv.interface() + " sent (/proc/net/dev)");
+        unsigned long long before = 0;
+        if (!bytesSent(&before)) return false;
         if (!m_tv.play(f.cardPath, &why)) return fail(why);
         step("playing " + baseName(f.cardPath) + " on the TV");
         UiEvent e;
@@ -167,19 +173,15 @@ private:
             }
         }
         const double took = std::chrono::duration<double>(Clock::now() - started).count();
-        if (!sentSince(before, &sent)) return false;
-        f.ok = sent >= f.size;
         char secs[32];
         snprintf(secs, sizeof secs, "%.1f", took);
-        f.verdict = std::string("played (PLAY_STARTED, PLAY_COMPLETE ") + secs + " s later" +
-                    (lastPosition >= 0 ? ", last position " + std::to_string(lastPosition) + " s of " +
-                                             std::to_string(duration) + " s"
-                                       : std::string()) +
-                    "); " + m_tv.interface() + " sent " + groupDigits(sent) + " bytes for the " +
-                    groupDigits(f.size) + "-byte file";
-        if (!f.ok) return fail("the TV did not fetch the whole video: " + m_tv.interface() + " sent only " +
-                               groupDigits(sent) + " bytes");
-        return true;
+        return fetchedWhole(f, before,
+                            std::string("played (PLAY_STARTED, PLAY_COMPLETE ") + secs + " s later" +
+                                (lastPosition >= 0 ? ", last position " + std::to_string(lastPosition) + " s of " +
+                                                         std::to_string(duration) + " s"
+                                                   : std::string()) +
+                                ")",
+                            "video");
     }
 
     bool play() {
@@ -193,36 +195,21 @@ private:
 
     // Prints the summary; false when the story failed after all.
     bool summary(bool ok) {
-        std::map<std::string, int> counts;
-        size_t total = 0;
         bool failed = false;
-        for (const UiEvent& e : m_ui.events()) {
-            const EventName* n = eventName(e.feature, e.id);
-            ++counts[n ? n->name : eventLabel(e.feature, e.id)];
-            ++total;
-            failed = failed || isTv(e, {23, 25});
-        }
+        for (const UiEvent& e : m_ui.events()) failed = failed || isTv(e, {23, 25});
         if (ok && failed) {
             // A failure the story's own waits did not stop at still fails it.
             ok = false;
             fail("the TV reported PLAY_FAILED or UNSUPPORTED_FILE");
         }
-        std::string events;
-        for (auto& c : counts) events += (events.empty() ? "" : ", ") + c.first + " x" + std::to_string(c.second);
         m_log.plain("");
         m_log.plain("summary");
         m_log.plain("  TV            " + (m_tv.chosen() ? m_tv.choice().name + " (" + m_tv.choice().udn + ")" +
                                                              (m_tv.choice().ip.empty() ? "" : " at " + m_tv.choice().ip)
                                                        : std::string("-")));
-        for (const Shown& f : m_files)
-            m_log.plain("  " + baseName(f.cardPath) + std::string(14 - std::min<size_t>(13, baseName(f.cardPath).size()), ' ') +
-                        (f.ok ? "OK    " : "FAIL  ") + (f.verdict.empty() ? "not checked" : f.verdict));
-        m_log.plain("  UI events     " + std::to_string(total) + ": " + events);
-        if (!m_card.kept() && !ok) m_card.keep();
-        if (m_card.kept()) m_log.plain("  card tree     kept at " + m_card.root());
-        char took[32];
-        snprintf(took, sizeof took, "%.1f", m_log.elapsed());
-        m_log.plain(std::string("  result        ") + (ok ? "PASS" : "FAIL: " + m_failure) + " (" + took + " s)");
+        std::vector<SummaryRow> rows;
+        for (const Shown& f : m_files) rows.push_back({baseName(f.cardPath), f.ok, f.verdict});
+        printSummaryEnd(m_log, m_card, rows, ok, m_failure);
         return ok;
     }
 
