@@ -141,8 +141,10 @@ TEST_F(SimTv, TvStoryShowsThePhotoAndPlaysTheVideoOnGmediarender) {
 
 // Piped commands: the TV is listed with its name, address and model, chosen
 // by name, shows a card photo (SHOW_READY), takes a volume (the TV itself
-// then reports it); bad inputs each give a clear error and make the exit
-// status 1.
+// then reports it), and shows a photo from outside the card (copied onto
+// it, the card's database built again, the control point restarted and the
+// chosen TV found again); bad inputs each give a clear error and make the
+// exit status 1.
 TEST_F(SimTv, ShellListsChoosesShowsAPhotoAndSetsTheVolumeOfARealTv) {
     const std::string why = makeTvNetwork();
     if (!why.empty()) GTEST_SKIP() << why;
@@ -157,10 +159,12 @@ TEST_F(SimTv, ShellListsChoosesShowsAPhotoAndSetsTheVolumeOfARealTv) {
     std::string volume;
     for (int i = 0; i < 50 && (volume = tvVolume()) != "30"; ++i) usleep(100 * 1000);
     EXPECT_EQ(volume, "30") << "the TV's own volume";
-    sim.write("quit\n");
+    const std::string outside = m_dir.path() + "/OUTSIDE.JPG";
+    ASSERT_EQ(std::system(("cp " SIM_SAMPLES "/SAM_0001.JPG " + outside).c_str()), 0);
+    sim.write("tv show " + outside + "\nwait SHOW_READY 30\nquit\n");
     EXPECT_EQ(sim.waitExit(kRunMs), 1) << "failed commands make the exit status 1\n" << sim.output();
     const std::string out = sim.output();
-    for (const char* text :
+    for (const std::string& text : std::vector<std::string>{
          {"error: no TV chosen (tv list, then tv use N|NAME)",
           "  0  Sim Test TV  198.51.100.1  gmediarender  uuid:5eb1c0de-0000-4000-8000-00000000c0de",
           "error: no TV 5 in the list (1 TV(s); tv list shows it again)",
@@ -169,8 +173,11 @@ TEST_F(SimTv, ShellListsChoosesShowsAPhotoAndSetsTheVolumeOfARealTv) {
           "error: SAM_0002.MP4 is a video: tv play plays it", "showing SAM_0001.JPG on Sim Test TV",
           "ui     SHOW_READY (24)", "got SHOW_READY", "error: tv volume takes a level from 0 to 100",
           "volume 30 sent to Sim Test TV", "error: tv seek takes a time H:MM:SS or HH:MM:SS (such as 0:01:30), not 1:2",
-          "Sim Test TV is ", "renderer control point terminated", "camera stopped"})
+          "Sim Test TV is ", "copied " + outside + " onto the card as ", "card's media database built: 3 file(s)",
+          "showing OUTSIDE.JPG on Sim Test TV", "renderer control point terminated", "camera stopped"}})
         EXPECT_NE(out.find(text), std::string::npos) << "missing: " << text << "\n" << out;
+    const size_t firstShown = out.find("got SHOW_READY");
+    EXPECT_NE(out.find("got SHOW_READY", firstShown + 1), std::string::npos) << "the second photo\n" << out;
     EXPECT_EQ(out.find("PLAY_FAILED"), std::string::npos) << out;
     EXPECT_TRUE(m_renderer->alive()) << "gmediarender has ended";
 }

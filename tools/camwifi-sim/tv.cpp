@@ -19,6 +19,8 @@
 #include <mutex>
 #include <sstream>
 #include <thread>
+#include <vector>
+#include <algorithm>
 
 #include "camera_ui.h"
 #include "camwifi/camwifi.h"
@@ -60,6 +62,21 @@ std::set<std::string> filesIn(const std::string& dir) {
         closedir(d);
     }
     return names;
+}
+
+// True when both files exist with the same bytes; read in pieces, since a
+// card's video may be large.
+bool sameContent(const std::string& a, const std::string& b) {
+    struct stat sa, sb;
+    if (stat(a.c_str(), &sa) != 0 || stat(b.c_str(), &sb) != 0 || sa.st_size != sb.st_size) return false;
+    std::ifstream fa(a, std::ios::binary), fb(b, std::ios::binary);
+    std::vector<char> ba(65536), bb(65536);
+    while (fa && fb) {
+        fa.read(ba.data(), static_cast<std::streamsize>(ba.size()));
+        fb.read(bb.data(), static_cast<std::streamsize>(bb.size()));
+        if (fa.gcount() != fb.gcount() || !std::equal(ba.begin(), ba.begin() + fa.gcount(), bb.begin())) return false;
+    }
+    return !fa.bad() && !fb.bad() && fa.eof() && fb.eof();
 }
 
 // The host part of "http://HOST:PORT/...".
@@ -346,9 +363,7 @@ bool TvControl::cardFile(const std::string& path, std::string* cardPath, MediaKi
     const std::string name = baseName(source);
     *cardPath = m_card.pictureDir() + "/" + name;
     // A file of the same name and content on the card is that file.
-    std::string given, onCard;
-    const bool alreadyOnCard =
-        readWholeFile(source, &given) && readWholeFile(*cardPath, &onCard) && given == onCard;
+    const bool alreadyOnCard = sameContent(source, *cardPath);
     bool changed = !m_known.count(name);
     if (!alreadyOnCard) {
         if (!m_card.addPicture(source, cardPath, why)) return false;
