@@ -165,7 +165,7 @@ TEST_F(SimTv, ShellListsChoosesShowsAPhotoAndSetsTheVolumeOfARealTv) {
     EXPECT_EQ(sim.waitExit(kRunMs), 1) << "failed commands make the exit status 1\n" << sim.output();
     const std::string out = sim.output();
     for (const std::string& text : std::vector<std::string>{
-         {"error: no TV chosen (tv list, then tv use N|NAME)",
+         "error: no TV chosen (tv list, then tv use N|NAME)",
           "  0  Sim Test TV  198.51.100.1  gmediarender  uuid:5eb1c0de-0000-4000-8000-00000000c0de",
           "error: no TV 5 in the list (1 TV(s); tv list shows it again)",
           "TV chosen: Sim Test TV (uuid:5eb1c0de-0000-4000-8000-00000000c0de) at 198.51.100.1",
@@ -174,7 +174,7 @@ TEST_F(SimTv, ShellListsChoosesShowsAPhotoAndSetsTheVolumeOfARealTv) {
           "ui     SHOW_READY (24)", "got SHOW_READY", "error: tv volume takes a level from 0 to 100",
           "volume 30 sent to Sim Test TV", "error: tv seek takes a time H:MM:SS or HH:MM:SS (such as 0:01:30), not 1:2",
           "Sim Test TV is ", "copied " + outside + " onto the card as ", "card's media database built: 3 file(s)",
-          "showing OUTSIDE.JPG on Sim Test TV", "renderer control point terminated", "camera stopped"}})
+          "showing OUTSIDE.JPG on Sim Test TV", "renderer control point terminated", "camera stopped"})
         EXPECT_NE(out.find(text), std::string::npos) << "missing: " << text << "\n" << out;
     const size_t firstShown = out.find("got SHOW_READY");
     EXPECT_NE(out.find("got SHOW_READY", firstShown + 1), std::string::npos) << "the second photo\n" << out;
