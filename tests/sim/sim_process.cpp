@@ -199,4 +199,11 @@ std::string readFile(const std::string& path) {
     return s.str();
 }
 
+void printLibraryLog(const std::string& path, int maxLines) {
+    std::ifstream in(path);
+    std::string line;
+    int n = 0;
+    while (std::getline(in, line) && n++ < maxLines) fprintf(stderr, "[library] %s\n", line.c_str());
+}
+
 }  // namespace simtest

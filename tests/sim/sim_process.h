@@ -70,6 +70,9 @@ private:
 // Width and height from a JPEG's frame header; false when there is none.
 bool jpegFrameSize(const std::string& bytes, int* width, int* height);
 std::string readFile(const std::string& path);
+// Prints the first maxLines lines of the library's log at path to standard
+// error, each marked [library]: what a failed test shows of the library.
+void printLibraryLog(const std::string& path, int maxLines);
 
 }  // namespace simtest
 

@@ -27,13 +27,8 @@ protected:
         m_log = m_dir.path() + "/camwifi.log";
     }
     void TearDown() override {
-        if (HasFailure()) {
-            // What the library logged (and any sanitizer report) helps.
-            std::ifstream in(m_log);
-            std::string line;
-            int n = 0;
-            while (std::getline(in, line) && n++ < 400) fprintf(stderr, "[library] %s\n", line.c_str());
-        }
+        // What the library logged (and any sanitizer report) helps.
+        if (HasFailure()) simtest::printLibraryLog(m_log, 400);
     }
 
     // The story with extra arguments; returns its exit status.

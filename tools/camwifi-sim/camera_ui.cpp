@@ -98,6 +98,21 @@ void CameraUi::onMode(int event, void* mac, intptr_t userAgent) {
     instance().record(e);
 }
 
+void CameraUi::onTv(int event, void* value, intptr_t length) {
+    UiEvent e;
+    e.feature = Feature::Tv;
+    e.id = event;
+    if (event == EVT_MRCP_REFRESH_DMR_LIST || event == EVT_MRCP_SELECTED_DMR_BYEBYE) {
+        e.detail = textAt(value);
+    } else if (event == EVT_MRCP_PLAY_POSITION) {
+        // The record lives only during the call: copied out here.
+        const MrcpPlayPosition* p = static_cast<const MrcpPlayPosition*>(value);
+        e.number = p ? p->position : static_cast<long>(length);
+        e.duration = p ? p->duration : 0;
+    }
+    instance().record(e);
+}
+
 void CameraUi::record(const UiEvent& in) {
     UiEvent e = in;
     bool ask = false;
@@ -108,7 +123,9 @@ void CameraUi::record(const UiEvent& in) {
         const std::string key = m_multi ? e.mac : "";
         auto s = m_sending.find(key);
         if (s != m_sending.end()) sending = s->second;
-        if (e.feature == Feature::Mode) {
+        if (e.feature == Feature::Tv) {
+            // Nothing to keep: the TV's state is the library's to tell.
+        } else if (e.feature == Feature::Mode) {
             if (e.id == 1) {
                 m_questions.push_back({Feature::Mode, e.mac, e.detail});
                 ask = true;
@@ -173,7 +190,11 @@ void CameraUi::describe(const UiEvent& e) {
     const EventName* n = eventName(e.feature, e.id);
     std::string text = eventLabel(e.feature, e.id);
     if (n) text += ": " + std::string(n->meaning);
-    if (e.feature == Feature::Mode) {
+    if (e.feature == Feature::Tv) {
+        if (e.id == EVT_MRCP_REFRESH_DMR_LIST || e.id == EVT_MRCP_SELECTED_DMR_BYEBYE) text += " - " + e.detail;
+        if (e.id == EVT_MRCP_PLAY_POSITION)
+            text += " - " + std::to_string(e.number) + " s of " + std::to_string(e.duration) + " s";
+    } else if (e.feature == Feature::Mode) {
         if (e.id == 1)
             text += " - phone " + macOrUnknown(e.mac) + ", user agent \"" + e.detail +
                     "\"; answer with accept or deny";

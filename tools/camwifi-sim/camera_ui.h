@@ -24,9 +24,10 @@ struct UiEvent {
     long seq = 0;
     Feature feature = Feature::Push;
     int id = 0;
-    long number = 0;     // the event's number (percentage, ...), where it has one
+    long number = 0;     // the event's number (percentage, TV position in s, ...), where it has one
+    long duration = 0;   // PLAY_POSITION: the video's length in seconds
     std::string mac;     // the phone's MAC text, where the event names one
-    std::string detail;  // phone number (push) or user agent (mode server)
+    std::string detail;  // phone number (push), user agent (mode server) or the TV's UDN
 };
 
 // A question the UI has not answered yet: may this phone connect?
@@ -89,6 +90,8 @@ public:
 
     static void onPush(int event, void* value, intptr_t length);
     static void onMode(int event, void* mac, intptr_t userAgent);
+    // The renderer control point's callback (events 15..25).
+    static void onTv(int event, void* value, intptr_t length);
 
 private:
     CameraUi() = default;

@@ -21,6 +21,8 @@
 #include "shell.h"
 #include "sim_log.h"
 #include "story.h"
+#include "tv.h"
+#include "tv_story.h"
 
 using namespace camsim;
 
@@ -58,6 +60,7 @@ std::string defaultSamples() {
 void usage(FILE* to) {
     fprintf(to,
             "usage: camwifi-sim [OPTIONS]                 play the push story (phone-sim is the phone)\n"
+            "       camwifi-sim --story tv [OPTIONS]      play the TV story on a TV of the network\n"
             "       camwifi-sim --interactive [OPTIONS]   run the camera at a command line\n"
             "\n"
             "The story: the mode server starts; phone-sim registers with it and is\n"
@@ -67,12 +70,24 @@ void usage(FILE* to) {
             "bar; the camera goes back to idle and everything ends. Exit status 0 only\n"
             "when every received file matches what was sent.\n"
             "\n"
+            "The TV story: the renderer control point starts on the network (--iface);\n"
+            "the camera lists the TVs (DLNA renderers), chooses one (--tv NAME, or the\n"
+            "first), shows the photo on it, waits until the TV has stopped, and plays the\n"
+            "video to its end. Exit status 0 only when the TV reported the photo shown\n"
+            "and the video played out, and the interface sent at least each file's size.\n"
+            "scripts/sim.sh --story tv plays it against gmediarender in network\n"
+            "namespaces of its own.\n"
+            "\n"
             "Options:\n"
             "  --photo FILE       the JPEG to push (default: the sample SAM_0001.JPG)\n"
             "  --video FILE       the MP4 to push (default: the sample SAM_0002.MP4)\n"
             "  --samples DIR      where the samples are (%s)\n"
             "  --phone-sim PATH   the phone-sim program (default: beside camwifi-sim)\n"
             "  --timeout SEC      longest wait of any one step of the story (20)\n"
+            "  --story push|tv    the push story (default) or the TV story\n"
+            "  --iface NAME       the network interface of the TVs (sets CAMWIFI_IFACE for the\n"
+            "                     library; default: the last one with an IPv4 address)\n"
+            "  --tv NAME          TV story: the TV to choose by its name (default: the first)\n"
             "  --interactive      the command line instead of the story\n"
             "  --multi            interactive: start the multi-phone push server\n"
             "  --auto-accept      interactive: say yes to every phone at once\n"
@@ -81,8 +96,9 @@ void usage(FILE* to) {
             "  --library-output   leave what the library prints on standard output and\n"
             "                     error on the terminal (default: into its log file)\n"
             "\n"
-            "The mode server needs port 7788, the push server one of 8100 to 8102.\n",
-            defaultSamples().c_str());
+            "The mode server needs port 7788, the push server one of 8100 to 8102, the\n"
+            "TV commands port %d for the streaming server that TVs fetch files from.\n",
+            defaultSamples().c_str(), kStreamingPort);
 }
 
 struct Args {
@@ -93,6 +109,8 @@ struct Args {
     bool libraryOutput = false;
     std::string samples = defaultSamples();
     std::string photo, video, phoneSim, log;
+    std::string story = "push";
+    std::string iface, tvName;
     int timeoutSeconds = 20;
 };
 
@@ -132,6 +150,16 @@ int parse(int argc, char** argv, Args* a) {
             if (!value(&a->phoneSim)) return 2;
         } else if (o == "--log") {
             if (!value(&a->log)) return 2;
+        } else if (o == "--story") {
+            if (!value(&a->story)) return 2;
+            if (a->story != "push" && a->story != "tv") {
+                fprintf(stderr, "camwifi-sim: --story takes push or tv\n");
+                return 2;
+            }
+        } else if (o == "--iface") {
+            if (!value(&a->iface)) return 2;
+        } else if (o == "--tv") {
+            if (!value(&a->tvName)) return 2;
         } else if (o == "--timeout") {
             if (!value(&v)) return 2;
             char* end = nullptr;
@@ -144,6 +172,16 @@ int parse(int argc, char** argv, Args* a) {
             fprintf(stderr, "camwifi-sim: unknown argument %s (see --help)\n", o.c_str());
             return 2;
         }
+    }
+    if (a->interactive && a->story != "push") {
+        fprintf(stderr, "camwifi-sim: --story and --interactive do not go together\n");
+        return 2;
+    }
+    // Checked before anything starts: the library would only log it.
+    if (!a->iface.empty() && interfaceAddress(a->iface).empty()) {
+        fprintf(stderr, "camwifi-sim: --iface %s: no such network interface with an IPv4 address\n",
+                a->iface.c_str());
+        return 2;
     }
     if (a->photo.empty()) a->photo = a->samples + "/SAM_0001.JPG";
     if (a->video.empty()) a->video = a->samples + "/SAM_0002.MP4";
@@ -159,6 +197,7 @@ int parse(int argc, char** argv, Args* a) {
 int main(int argc, char** argv) {
     Args a;
     if (const int rc = parse(argc, argv, &a)) return rc;
+    if (!a.iface.empty()) setenv("CAMWIFI_IFACE", a.iface.c_str(), 1);
 
     // Files named on the command line are checked before anything starts.
     if (!a.interactive) {
@@ -220,6 +259,13 @@ int main(int argc, char** argv) {
         so.autoAccept = a.autoAccept;
         so.samplesDir = a.samples;
         status = runShell(log, card, so, gWakePipe[0], gStopSignal);
+    } else if (a.story == "tv") {
+        TvStoryOptions so;
+        so.photo = a.photo;
+        so.video = a.video;
+        so.tvName = a.tvName;
+        so.stepTimeoutMs = a.timeoutSeconds * 1000;
+        status = runTvStory(log, card, so, gStopSignal);
     } else {
         StoryOptions so;
         so.photo = a.photo;

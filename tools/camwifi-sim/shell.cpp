@@ -13,6 +13,7 @@
 #include "camwifi/camwifi.h"
 #include "media.h"
 #include "ports.h"
+#include "tv.h"
 
 namespace camsim {
 
@@ -39,8 +40,19 @@ const char* kHelp =
     "  disconnect [MAC]       drop the phone from the push server's list\n"
     "  allow on|off           multi-phone: open or close the group to new phones\n"
     "  resize on|off          shrink photos to a 1920-pixel long side (next push start)\n"
+    "  tv list                the TVs (DLNA renderers) on the network, numbered\n"
+    "  tv use N|NAME          choose the TV of row N (or by name or UDN)\n"
+    "  tv show FILE           show a photo (a path, or a name on the card) on the TV\n"
+    "  tv play FILE           play a video (or a photo) on the TV\n"
+    "  tv pause | tv resume   pause the video, play it on\n"
+    "  tv seek HH:MM:SS       jump to that time of the video\n"
+    "  tv volume N            set the TV's volume, 0..100\n"
+    "  tv stop                stop what the TV plays\n"
+    "  tv state               what the chosen TV last reported (playing, stopped, ...)\n"
+    "  tv off                 stop the renderer control point (the next tv command\n"
+    "                         starts it again)\n"
     "  wait EVENT [SECONDS]   wait for a UI event not waited for before (a name such as\n"
-    "                         PUSH_NEW_PHONE or a number; default 30 s)\n"
+    "                         PUSH_NEW_PHONE or SHOW_READY, or a number; default 30 s)\n"
     "  events                 the names of the UI events\n"
     "  quit                   terminate everything and exit (also: end of input, Ctrl-C)";
 
@@ -55,7 +67,8 @@ std::vector<std::string> words(const std::string& line) {
 class Shell {
 public:
     Shell(SimLog& log, CardTree& card, const ShellOptions& o, int wakeFd, const std::atomic<int>& stop)
-        : m_log(log), m_card(card), m_o(o), m_wakeFd(wakeFd), m_stop(stop), m_ui(CameraUi::instance()) {}
+        : m_log(log), m_card(card), m_o(o), m_wakeFd(wakeFd), m_stop(stop), m_ui(CameraUi::instance()),
+          m_tv(log, card) {}
 
     int run() {
         if (!start()) {
@@ -65,6 +78,7 @@ public:
         }
         loop();
         if (m_stop.load() != 0) m_log.line("sim", "interrupted: shutting down");
+        m_tv.stop();
         m_ui.stopPush();
         m_ui.stopModeServer();
         m_log.line("sim", "camera stopped");
@@ -169,7 +183,7 @@ private:
             size_t n = 0;
             const EventName* all = allEvents(&n);
             for (size_t i = 0; i < n; ++i)
-                m_log.plain("  " + std::string(all[i].feature == Feature::Mode ? "mode " : "push ") +
+                m_log.plain("  " + std::string(featureWord(all[i].feature)) + " " +
                             std::to_string(all[i].id) + "  " + all[i].name + "  " + all[i].meaning);
         } else if (c == "status") {
             status();
@@ -206,6 +220,8 @@ private:
                 " from the next push start on");
         } else if (c == "wait") {
             wait(a1, a2);
+        } else if (c == "tv") {
+            tv(w);
         } else {
             error("unknown command " + c + " (help lists them)");
         }
@@ -229,6 +245,86 @@ private:
                                                           : std::string("stopped")));
         m_log.plain(std::string("  resize       ") + (m_resize ? "on (1920-pixel long side)" : "off"));
         m_log.plain("  card         " + m_card.pictureDir());
+        if (!m_tv.running()) {
+            m_log.plain("  TV           renderer control point not started (any tv command starts it)");
+        } else {
+            m_log.plain("  TV           renderer control point on " + m_tv.interface() + ", " +
+                        (m_tv.chosen() ? m_tv.choice().name + " chosen, " + TvControl::stateName(m_tv.state())
+                                       : std::string("no TV chosen")));
+        }
+    }
+
+    // The renderer control point is started by the first tv command, not
+    // with the shell: it brings the DLNA stack up on a network interface
+    // with an IPv4 address (multicast search, the streaming server's port),
+    // which a session that only pushes to phones over loopback neither needs
+    // nor always has.
+    void tv(const std::vector<std::string>& w) {
+        const std::string sub = w.size() > 1 ? w[1] : "";
+        // The rest of the line: a TV's name may hold blanks.
+        std::string arg;
+        for (size_t i = 2; i < w.size(); ++i) arg += (arg.empty() ? "" : " ") + w[i];
+        if (arg.size() >= 2 && (arg[0] == '"' || arg[0] == '\'') && arg.back() == arg[0])
+            arg = arg.substr(1, arg.size() - 2);
+        std::string why, cardPath;
+        MediaKind kind;
+        if (sub == "list") {
+            if (!m_tv.list(&why)) {
+                error(why);
+                return;
+            }
+            if (m_tv.rows().empty()) m_log.plain("  no TV answered on " + m_tv.interface());
+            for (const TvRow& r : m_tv.rows())
+                m_log.plain("  " + std::to_string(r.index) + "  " + r.name + "  " + (r.ip.empty() ? "-" : r.ip) +
+                            "  " + (r.model.empty() ? "-" : r.model) + "  " + r.udn);
+        } else if (sub == "use") {
+            if (!m_tv.use(arg, &why)) {
+                error(why);
+                return;
+            }
+            say("TV chosen: " + m_tv.choice().name + " (" + m_tv.choice().udn + ")" +
+                (m_tv.choice().ip.empty() ? "" : " at " + m_tv.choice().ip));
+        } else if (sub == "show" || sub == "play") {
+            if (arg.empty()) {
+                error("tv " + sub + " FILE (a path, or a name on the card)");
+            } else if (!m_tv.chosen()) {
+                error("no TV chosen (tv list, then tv use N|NAME)");
+            } else if (!m_tv.cardFile(arg, &cardPath, &kind, &why)) {
+                error(why);
+            } else if (sub == "show" && kind != MediaKind::Photo) {
+                error(baseName(cardPath) + " is a video: tv play plays it");
+            } else if (!(sub == "show" ? m_tv.show(cardPath, &why) : m_tv.play(cardPath, &why))) {
+                error(why);
+            } else {
+                say((sub == "show" ? "showing " : "playing ") + baseName(cardPath) + " on " + m_tv.choice().name);
+            }
+        } else if (sub == "pause" || sub == "resume" || sub == "stop") {
+            const bool ok = sub == "pause" ? m_tv.pause(&why) : sub == "resume" ? m_tv.resume(&why)
+                                                                                : m_tv.stopPlayback(&why);
+            if (!ok) error(why);
+            else say(sub + " sent to " + m_tv.choice().name);
+        } else if (sub == "seek") {
+            if (!m_tv.seek(arg, &why)) error(why);
+            else say("seek to " + arg + " sent to " + m_tv.choice().name);
+        } else if (sub == "volume") {
+            const bool number = !arg.empty() && arg.size() <= 3 && arg.find_first_not_of("0123456789") == std::string::npos;
+            if (!number) {
+                error("tv volume takes a level from 0 to 100");
+            } else if (!m_tv.volume(atoi(arg.c_str()), &why)) {
+                error(why);
+            } else {
+                say("volume " + arg + " sent to " + m_tv.choice().name);
+            }
+        } else if (sub == "state") {
+            if (!m_tv.chosen()) error("no TV chosen (tv list, then tv use N|NAME)");
+            else say(m_tv.choice().name + " is " + TvControl::stateName(m_tv.state()));
+        } else if (sub == "off") {
+            if (!m_tv.running()) error("the renderer control point is not running");
+            else m_tv.stop();
+        } else {
+            error("tv takes list, use N|NAME, show FILE, play FILE, pause, resume, seek HH:MM:SS, volume N, "
+                  "stop, state or off");
+        }
     }
 
     void phones() {
@@ -287,6 +383,7 @@ private:
     int m_wakeFd;
     const std::atomic<int>& m_stop;
     CameraUi& m_ui;
+    TvControl m_tv;
     const bool m_tty = isatty(0) == 1;
     bool m_resize = true;
     int m_failures = 0;

@@ -180,28 +180,13 @@ private:
     }
 
     void summary(bool ok) {
-        std::map<std::string, int> counts;
-        size_t total = 0;
-        for (const UiEvent& e : m_ui.events()) {
-            const EventName* n = eventName(e.feature, e.id);
-            ++counts[n ? n->name : eventLabel(e.feature, e.id)];
-            ++total;
-        }
-        std::string events;
-        for (auto& c : counts) events += (events.empty() ? "" : ", ") + c.first + " x" + std::to_string(c.second);
         m_log.plain("");
         m_log.plain("summary");
         m_log.plain("  push server   port " + (m_pushPort ? std::to_string(m_pushPort) : std::string("-")) +
                     ", phone " + (m_phoneMac.empty() ? std::string("-") : m_phoneMac));
-        for (const Pushed& p : m_pushed)
-            m_log.plain("  " + baseName(p.source) + std::string(14 - std::min<size_t>(13, baseName(p.source).size()), ' ') +
-                        (p.ok ? "OK    " : "FAIL  ") + (p.verdict.empty() ? "not checked" : p.verdict));
-        m_log.plain("  UI events     " + std::to_string(total) + ": " + events);
-        if (!m_card.kept() && !ok) m_card.keep();
-        if (m_card.kept()) m_log.plain("  card tree     kept at " + m_card.root());
-        char took[32];
-        snprintf(took, sizeof took, "%.1f", m_log.elapsed());
-        m_log.plain(std::string("  result        ") + (ok ? "PASS" : "FAIL: " + m_failure) + " (" + took + " s)");
+        std::vector<SummaryRow> rows;
+        for (const Pushed& p : m_pushed) rows.push_back({baseName(p.source), p.ok, p.verdict});
+        printSummaryEnd(m_log, m_card, rows, ok, m_failure);
     }
 
     SimLog& m_log;
@@ -217,6 +202,28 @@ private:
 };
 
 }  // namespace
+
+void printSummaryEnd(SimLog& log, CardTree& card, const std::vector<SummaryRow>& rows, bool ok,
+                     const std::string& failure) {
+    std::map<std::string, int> counts;
+    size_t total = 0;
+    for (const UiEvent& e : CameraUi::instance().events()) {
+        const EventName* n = eventName(e.feature, e.id);
+        ++counts[n ? n->name : eventLabel(e.feature, e.id)];
+        ++total;
+    }
+    std::string events;
+    for (auto& c : counts) events += (events.empty() ? "" : ", ") + c.first + " x" + std::to_string(c.second);
+    for (const SummaryRow& r : rows)
+        log.plain("  " + r.name + std::string(14 - std::min<size_t>(13, r.name.size()), ' ') +
+                  (r.ok ? "OK    " : "FAIL  ") + (r.verdict.empty() ? "not checked" : r.verdict));
+    log.plain("  UI events     " + std::to_string(total) + ": " + events);
+    if (!card.kept() && !ok) card.keep();
+    if (card.kept()) log.plain("  card tree     kept at " + card.root());
+    char took[32];
+    snprintf(took, sizeof took, "%.1f", log.elapsed());
+    log.plain(std::string("  result        ") + (ok ? "PASS" : "FAIL: " + failure) + " (" + took + " s)");
+}
 
 int runStory(SimLog& log, CardTree& card, const StoryOptions& options, const std::atomic<int>& stopSignal) {
     Story story(log, card, options, stopSignal);

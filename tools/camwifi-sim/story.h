@@ -7,6 +7,7 @@
 
 #include <atomic>
 #include <string>
+#include <vector>
 
 #include "card.h"
 #include "sim_log.h"
@@ -20,6 +21,19 @@ struct StoryOptions {
     std::string phoneIp = "127.0.0.5";
     int stepTimeoutMs = 20000;  // longest wait of any one step
 };
+
+// One file's line of a story's summary.
+struct SummaryRow {
+    std::string name;     // the file's name
+    bool ok = false;
+    std::string verdict;  // what the check found ("" when it was not reached)
+};
+
+// The end of a story's summary, the same for every story: one row per file,
+// the UI events counted by name, the card tree (kept after a failure) and
+// the result line with the time taken.
+void printSummaryEnd(SimLog& log, CardTree& card, const std::vector<SummaryRow>& rows, bool ok,
+                     const std::string& failure);
 
 // Plays the story; 0 when every received file matches what was sent, 1 on
 // any failure, 128 + signal when interrupted.

@@ -33,9 +33,28 @@ const EventName kEvents[] = {
     {Feature::Push, 77, "NPUSH_STORAGE_FULL", "the phone's storage is full"},
     {Feature::Push, 78, "NPUSH_ANOTHER_PHONE", "a phone announced itself while others are registered"},
     {Feature::Push, 79, "NPUSH_PHONE_REMOVED", "a phone was removed and others remain"},
+    {Feature::Tv, 15, "REFRESH_DMR_LIST", "a TV appeared on the network"},
+    {Feature::Tv, 16, "SELECTED_DMR_BYEBYE", "a TV left the network"},
+    {Feature::Tv, 17, "PLAY_STARTED", "the TV plays the video"},
+    {Feature::Tv, 18, "PLAY_PAUSED", "the TV paused the video"},
+    {Feature::Tv, 19, "PLAY_RESUMED", "the TV plays the video again"},
+    {Feature::Tv, 20, "PLAY_COMPLETE", "the TV stopped on its own (end of the video)"},
+    {Feature::Tv, 21, "PLAY_STOP", "the TV stopped as asked"},
+    {Feature::Tv, 22, "PLAY_POSITION", "the TV's playing position"},
+    {Feature::Tv, 23, "PLAY_FAILED", "the TV answered a request with an error"},
+    {Feature::Tv, 24, "SHOW_READY", "the TV shows the photo: the next one may go"},
+    {Feature::Tv, 25, "UNSUPPORTED_FILE", "the TV does not take the file"},
 };
 
 }  // namespace
+
+const char* featureWord(Feature feature) {
+    switch (feature) {
+        case Feature::Mode: return "mode";
+        case Feature::Tv: return "tv";
+        default: return "push";
+    }
+}
 
 const EventName* eventName(Feature feature, int id) {
     for (const EventName& e : kEvents)
@@ -45,7 +64,7 @@ const EventName* eventName(Feature feature, int id) {
 
 std::string eventLabel(Feature feature, int id) {
     const EventName* e = eventName(feature, id);
-    if (e == nullptr) return std::string(feature == Feature::Push ? "push" : "mode") + " event " + std::to_string(id);
+    if (e == nullptr) return std::string(featureWord(feature)) + " event " + std::to_string(id);
     return std::string(e->name) + " (" + std::to_string(id) + ")";
 }
 
@@ -59,9 +78,16 @@ const EventName* findEvent(const std::string& text) {
     } else if (strncasecmp(text.c_str(), "mode:", 5) == 0) {
         feature = Feature::Mode;
         number = text.substr(5);
+    } else if (strncasecmp(text.c_str(), "tv:", 3) == 0) {
+        feature = Feature::Tv;
+        number = text.substr(3);
     }
-    if (number.empty() || number.find_first_not_of("0123456789") != std::string::npos) return nullptr;
-    return eventName(feature, atoi(number.c_str()));
+    if (number.empty() || number.size() > 3 || number.find_first_not_of("0123456789") != std::string::npos)
+        return nullptr;
+    const int id = atoi(number.c_str());
+    // A bare number: the push ids (60..79) and the TV's (15..25) do not meet.
+    if (number == text && eventName(Feature::Push, id) == nullptr) return eventName(Feature::Tv, id);
+    return eventName(feature, id);
 }
 
 const EventName* allEvents(size_t* count) {
