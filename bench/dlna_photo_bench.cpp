@@ -14,7 +14,15 @@
 // (this process) lives in a second one, joined to the first by a veth pair
 // (198.51.100.1 the TV, .2 the camera). Needs root.
 //
-//   camwifi_dlna_photo_bench [--photos N] [--files N] [--size WxH] [--log FILE]
+// "The whole JPEG" is read off the streaming server's count of body bytes
+// written: the photo is in when the count has grown by the file's size since
+// the command. gmediarender sometimes fetches a photo twice (a second whole
+// GET, or a first one it drops after 128 KB and then a whole one); in the
+// second case the count reaches the size up to those 128 KB early, well
+// under a millisecond over the veth, and alike for both sides. The figure
+// "fetched N x the files' bytes" shows how often that happened.
+//
+//   camwifi_dlna_photo_bench [--photos N] [--files N] [--size WxH] [--log FILE] [--verbose]
 #include <arpa/inet.h>
 #include <netinet/in.h>
 #include <poll.h>
@@ -147,9 +155,19 @@ int avTransport(const std::string& action, const std::string& args, std::string*
 }
 
 // Stop, SetAVTransportURI, Play: each sent when the one before has answered
-// 200. False when one of them did not.
-bool referenceShow(const std::string& uri, const std::string& title) {
-    if (avTransport("Stop", "") != 200) return false;
+// 200. False when one of them did not (*why says which, with its status and
+// UPnP error code).
+bool referenceShow(const std::string& uri, const std::string& title, std::string* why) {
+    auto failed = [&](const char* action, int status, const std::string& answer) {
+        std::string code;
+        size_t a = answer.find("<errorCode>"), b = answer.find("</errorCode>");
+        if (a != std::string::npos && b != std::string::npos && b > a) code = answer.substr(a + 11, b - a - 11);
+        *why = std::string(action) + " answered " + std::to_string(status) + (code.empty() ? "" : " (UPnP error " + code + ")");
+        return false;
+    };
+    std::string answer;
+    int status = avTransport("Stop", "", &answer);
+    if (status != 200) return failed("Stop", status, answer);
     std::string didl =
         "<DIDL-Lite xmlns=\"urn:schemas-upnp-org:metadata-1-0/DIDL-Lite/\" "
         "xmlns:dc=\"http://purl.org/dc/elements/1.1/\" xmlns:upnp=\"urn:schemas-upnp-org:metadata-1-0/upnp/\">"
@@ -157,10 +175,12 @@ bool referenceShow(const std::string& uri, const std::string& title) {
         "</dc:title><upnp:class>object.item.imageItem.photo</upnp:class>"
         "<res protocolInfo=\"http-get:*:image/jpeg:DLNA.ORG_OP=01\">" + xmlEscape(uri) +
         "</res></item></DIDL-Lite>";
-    if (avTransport("SetAVTransportURI", "<CurrentURI>" + xmlEscape(uri) + "</CurrentURI><CurrentURIMetaData>" +
-                                              xmlEscape(didl) + "</CurrentURIMetaData>") != 200)
-        return false;
-    return avTransport("Play", "<Speed>1</Speed>") == 200;
+    status = avTransport("SetAVTransportURI", "<CurrentURI>" + xmlEscape(uri) + "</CurrentURI><CurrentURIMetaData>" +
+                                                  xmlEscape(didl) + "</CurrentURIMetaData>", &answer);
+    if (status != 200) return failed("SetAVTransportURI", status, answer);
+    status = avTransport("Play", "<Speed>1</Speed>", &answer);
+    if (status != 200) return failed("Play", status, answer);
+    return true;
 }
 
 // The renderer's transport state as GetTransportInfo tells it ("" when it
@@ -202,11 +222,12 @@ double percentile(std::vector<double> v, double p) {
 
 void usage() {
     fprintf(stderr,
-            "usage: camwifi_dlna_photo_bench [--photos N] [--files N] [--size WxH] [--log FILE]\n"
+            "usage: camwifi_dlna_photo_bench [--photos N] [--files N] [--size WxH] [--log FILE] [--verbose]\n"
             "  --photos N   photos shown by each control point (default 50)\n"
             "  --files N    distinct JPEGs they cycle through (default 5)\n"
             "  --size WxH   size of the JPEGs (default 3000x2000)\n"
-            "  --log FILE   the library's own log (default: inside the temporary card tree)\n");
+            "  --log FILE   the library's own log (default: inside the temporary card tree)\n"
+            "  --verbose    one line per photo\n");
 }
 
 struct Side {
@@ -221,12 +242,14 @@ struct Side {
 int main(int argc, char** argv) {
     int photos = 50, files = 5;
     std::string size = "3000x2000", log;
+    bool verbose = false;
     for (int i = 1; i < argc; ++i) {
         std::string a = argv[i];
         if (a == "--photos" && i + 1 < argc) photos = atoi(argv[++i]);
         else if (a == "--files" && i + 1 < argc) files = atoi(argv[++i]);
         else if (a == "--size" && i + 1 < argc) size = argv[++i];
         else if (a == "--log" && i + 1 < argc) log = argv[++i];
+        else if (a == "--verbose") verbose = true;
         else {
             usage();
             return a == "--help" || a == "-h" ? 0 : 2;
@@ -371,13 +394,14 @@ int main(int argc, char** argv) {
         const uint64_t before = host::upnpstack::streamingBytesSent();
         const int failedBefore = gPlayFailed;
         bool sent;
+        std::string why;
         const Clock::time_point t0 = Clock::now();
         if (&side == &lib) {
             sent = DlnaMrcpShowFile(path.c_str()) == 1;
         } else {
             char* uri = nullptr;
             sent = DlnaGetContentUri(path.c_str(), &uri) == 0 && uri != nullptr &&
-                   referenceShow(uri, path.substr(path.rfind('/') + 1));
+                   referenceShow(uri, path.substr(path.rfind('/') + 1), &why);
             free(uri);
         }
         const bool whole = sent && waitBytes(before + fileSize);
@@ -386,11 +410,21 @@ int main(int argc, char** argv) {
             side.ms.push_back(std::chrono::duration<double, std::milli>(t1 - t0).count());
         } else {
             ++side.failed;
+            if (!sent && why.empty()) why = "not sent";
+            else if (why.empty()) why = gPlayFailed != failedBefore ? "PLAY_FAILED" : "the photo was not fetched in full in time";
+            fprintf(stderr, "photo bench: %s, photo %d failed: %s%s\n", side.name, index, why.c_str(),
+                    renderer.alive() ? "" : " (gmediarender has ended)");
         }
         // What the renderer fetched for this photo in all (read once it is
         // idle again): more than the file means it fetched it twice.
         waitIdle();
-        side.fetched += host::upnpstack::streamingBytesSent() - before;
+        const uint64_t fetched = host::upnpstack::streamingBytesSent() - before;
+        if (verbose)
+            printf("    %-9s photo %3d: %8.1f ms  file %llu bytes, fetched %llu (%llu answers so far)\n", side.name,
+                   index, whole ? std::chrono::duration<double, std::milli>(t1 - t0).count() : -1.0,
+                   static_cast<unsigned long long>(fileSize), static_cast<unsigned long long>(fetched),
+                   static_cast<unsigned long long>(host::upnpstack::streamingAnswered()));
+        side.fetched += fetched;
         side.expected += fileSize;
     };
 
