@@ -320,12 +320,13 @@ int main(int argc, char** argv) {
             nginx = -1;
         }
     };
-    for (int i = 0; i < 100 && !accepts(nginxPort); ++i) usleep(50 * 1000);
-    // Its one worker, the process that serves (and spends the CPU).
+    // Up once it accepts and its one worker (the process that serves, and
+    // spends the CPU) exists: the master forks it after it listens.
     int worker = -1;
-    {
+    for (int i = 0; i < 100 && (worker <= 0 || !accepts(nginxPort)); ++i) {
+        usleep(50 * 1000);
         std::ifstream children("/proc/" + std::to_string(nginx) + "/task/" + std::to_string(nginx) + "/children");
-        children >> worker;
+        if (!(children >> worker)) worker = -1;
     }
     if (!accepts(nginxPort) || worker <= 0) {
         fprintf(stderr, "streaming bench: nginx did not start (see %s/nginx-error.log)\n", dir.c_str());
