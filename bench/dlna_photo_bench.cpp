@@ -24,6 +24,7 @@
 //
 //   camwifi_dlna_photo_bench [--photos N] [--files N] [--size WxH] [--log FILE] [--verbose]
 #include <arpa/inet.h>
+#include <dlfcn.h>
 #include <netinet/in.h>
 #include <poll.h>
 #include <sys/socket.h>
@@ -31,7 +32,9 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <array>
 #include <atomic>
+#include <cstdarg>
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
@@ -77,6 +80,26 @@ void uiCallback(ZEB_CALLBACK_EVENT event, void*, intptr_t) {
     if (event == EVT_MRCP_REFRESH_DMR_LIST) ++gRendererAdded;
     if (event == EVT_MRCP_SHOW_READY) ++gShowReadyEvents;
     if (event == EVT_MRCP_PLAY_FAILED) ++gPlayFailed;
+}
+
+// ---- Where the library's time goes ------------------------------------------------
+// The library says in its log when each answer of the renderer came back;
+// the bench sees those lines through its own __dlog_print (below), which
+// notes the time of the first of each kind after a photo was started. The
+// reference notes the same three moments itself.
+enum Step { kStopAnswered, kSetUriAnswered, kPlayAnswered, kSteps };
+const char* const kStepLog[kSteps] = {"STOP response is received", "SetAVTransportURI response is received",
+                                      "PLAY response is received"};
+const char* const kStepName[kSteps] = {"Stop", "SetAVTransportURI", "Play"};
+std::array<std::atomic<int64_t>, kSteps> gStepAt{};  // steady clock, ns; 0 = not yet
+
+int64_t nowNs() { return std::chrono::duration_cast<std::chrono::nanoseconds>(Clock::now().time_since_epoch()).count(); }
+
+void noteLogLine(const char* text) {
+    for (int i = 0; i < kSteps; ++i) {
+        int64_t none = 0;
+        if (strstr(text, kStepLog[i]) != nullptr) gStepAt[i].compare_exchange_strong(none, nowNs());
+    }
 }
 
 // ---- The reference control point: SOAP over a plain socket -------------------------
@@ -158,6 +181,7 @@ int avTransport(const std::string& action, const std::string& args, std::string*
 // 200. False when one of them did not (*why says which, with its status and
 // UPnP error code).
 bool referenceShow(const std::string& uri, const std::string& title, std::string* why) {
+    for (auto& at : gStepAt) at = 0;
     auto failed = [&](const char* action, int status, const std::string& answer) {
         std::string code;
         size_t a = answer.find("<errorCode>"), b = answer.find("</errorCode>");
@@ -168,6 +192,7 @@ bool referenceShow(const std::string& uri, const std::string& title, std::string
     std::string answer;
     int status = avTransport("Stop", "", &answer);
     if (status != 200) return failed("Stop", status, answer);
+    gStepAt[kStopAnswered] = nowNs();
     std::string didl =
         "<DIDL-Lite xmlns=\"urn:schemas-upnp-org:metadata-1-0/DIDL-Lite/\" "
         "xmlns:dc=\"http://purl.org/dc/elements/1.1/\" xmlns:upnp=\"urn:schemas-upnp-org:metadata-1-0/upnp/\">"
@@ -178,8 +203,10 @@ bool referenceShow(const std::string& uri, const std::string& title, std::string
     status = avTransport("SetAVTransportURI", "<CurrentURI>" + xmlEscape(uri) + "</CurrentURI><CurrentURIMetaData>" +
                                                   xmlEscape(didl) + "</CurrentURIMetaData>", &answer);
     if (status != 200) return failed("SetAVTransportURI", status, answer);
+    gStepAt[kSetUriAnswered] = nowNs();
     status = avTransport("Play", "<Speed>1</Speed>", &answer);
     if (status != 200) return failed("Play", status, answer);
+    gStepAt[kPlayAnswered] = nowNs();
     return true;
 }
 
@@ -233,11 +260,37 @@ void usage() {
 struct Side {
     const char* name;
     std::vector<double> ms;
+    std::array<std::vector<double>, kSteps> stepMs;  // from the command to each answer
     int failed = 0;
     uint64_t fetched = 0, expected = 0;  // bytes the renderer took, bytes of the files shown
 };
 
 }  // namespace
+
+// The platform log, as the library and the stand-ins call it: each line is
+// noted (noteLogLine) and handed on whole to the host's own __dlog_print. It
+// costs one more formatting of each line, a microsecond or so against the
+// milliseconds measured.
+extern "C" int __dlog_print(int logId, int prio, const char* tag, const char* fmt, ...) {
+    using Print = int (*)(int, int, const char*, const char*, ...);
+    static const Print next = reinterpret_cast<Print>(dlsym(RTLD_NEXT, "__dlog_print"));
+    char small[1024];
+    va_list ap, again;
+    va_start(ap, fmt);
+    va_copy(again, ap);
+    const int n = vsnprintf(small, sizeof small, fmt, ap);
+    va_end(ap);
+    std::vector<char> large;
+    const char* text = small;
+    if (n >= static_cast<int>(sizeof small)) {
+        large.resize(static_cast<size_t>(n) + 1);
+        vsnprintf(large.data(), large.size(), fmt, again);
+        text = large.data();
+    }
+    va_end(again);
+    noteLogLine(text);
+    return next != nullptr ? next(logId, prio, tag, "%s", text) : 0;
+}
 
 int main(int argc, char** argv) {
     int photos = 50, files = 5;
@@ -386,7 +439,7 @@ int main(int argc, char** argv) {
         return true;
     };
 
-    Side lib{"library", {}, 0, 0, 0}, ref{"reference", {}, 0, 0, 0};
+    Side lib{"library", {}, {}, 0, 0, 0}, ref{"reference", {}, {}, 0, 0, 0};
     auto showOne = [&](Side& side, int index) {
         const std::string& path = paths[static_cast<size_t>(index) % paths.size()];
         const uint64_t fileSize = sizes[static_cast<size_t>(index) % sizes.size()];
@@ -397,6 +450,7 @@ int main(int argc, char** argv) {
         std::string why;
         const Clock::time_point t0 = Clock::now();
         if (&side == &lib) {
+            for (auto& at : gStepAt) at = 0;
             sent = DlnaMrcpShowFile(path.c_str()) == 1;
         } else {
             char* uri = nullptr;
@@ -408,6 +462,9 @@ int main(int argc, char** argv) {
         const Clock::time_point t1 = Clock::now();
         if (whole && gPlayFailed == failedBefore) {
             side.ms.push_back(std::chrono::duration<double, std::milli>(t1 - t0).count());
+            const int64_t start = std::chrono::duration_cast<std::chrono::nanoseconds>(t0.time_since_epoch()).count();
+            for (int k = 0; k < kSteps; ++k)
+                if (gStepAt[k] != 0) side.stepMs[k].push_back(static_cast<double>(gStepAt[k] - start) / 1e6);
         } else {
             ++side.failed;
             if (!sent && why.empty()) why = "not sent";
@@ -440,8 +497,8 @@ int main(int argc, char** argv) {
     // Each side once unmeasured: the renderer's first pipeline, first connections.
     showOne(lib, 0);
     showOne(ref, 0);
-    lib = Side{"library", {}, 0, 0, 0};
-    ref = Side{"reference", {}, 0, 0, 0};
+    lib = Side{"library", {}, {}, 0, 0, 0};
+    ref = Side{"reference", {}, {}, 0, 0, 0};
     for (int i = 0; i < photos; ++i) {
         // The one that goes first alternates, so neither always follows the other.
         if (i % 2 == 0) {
@@ -462,6 +519,12 @@ int main(int argc, char** argv) {
                "files' bytes)\n",
                s->name, percentile(s->ms, 0.5), percentile(s->ms, 0.95), percentile(s->ms, 0.0), s->ms.size(),
                s->failed, s->expected ? static_cast<double>(s->fetched) / static_cast<double>(s->expected) : 0.0);
+    }
+    printf("  median time from the command to each answer (ms):\n");
+    for (Side* s : {&lib, &ref}) {
+        printf("  %-9s ", s->name);
+        for (int k = 0; k < kSteps; ++k) printf("  %s %.1f", kStepName[k], percentile(s->stepMs[k], 0.5));
+        printf("  | photo in %.1f\n", percentile(s->ms, 0.5));
     }
     if (!lib.ms.empty() && !ref.ms.empty()) {
         printf("  ratio library / reference:  median %.2f   p95 %.2f\n",
