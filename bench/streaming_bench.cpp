@@ -39,6 +39,11 @@
 
 namespace {
 
+// Ctrl-C or a TERM ends the run after the fetch under way, so nginx is
+// ended and the 200 MB file removed all the same.
+volatile sig_atomic_t gInterrupted = 0;
+void onSignal(int) { gInterrupted = 1; }
+
 bool haveCommand(const std::string& name) {
     return std::system(("command -v " + name + " >/dev/null 2>&1").c_str()) == 0;
 }
@@ -221,6 +226,10 @@ int main(int argc, char** argv) {
         usage();
         return 2;
     }
+    struct sigaction sa {};
+    sa.sa_handler = onSignal;
+    sigaction(SIGINT, &sa, nullptr);
+    sigaction(SIGTERM, &sa, nullptr);
     for (const char* tool : {"nginx", "curl"}) {
         if (!haveCommand(tool) && !haveCommand(std::string("/usr/sbin/") + tool)) {
             fprintf(stderr, "streaming bench: %s is missing (scripts/setup.sh --bench installs it)\n", tool);
@@ -349,6 +358,7 @@ int main(int argc, char** argv) {
         int failed = 0;
     };
     auto fetch = [&](Side& s, const std::string& client, bool measured) {
+        if (gInterrupted) return;
         const double cpu0 = s.isOurs ? cpuOfSelf() : cpuOfProcess(worker);
         Fetch f = client == "curl" ? curlFetch("http://127.0.0.1:" + std::to_string(s.port) + file)
                                    : rawFetch(s.port, file);
@@ -365,6 +375,7 @@ int main(int argc, char** argv) {
     bool allMeasured = true;
     for (const std::string& c : {std::string("curl"), std::string("raw")}) {
         if (client != "both" && client != c) continue;
+        if (gInterrupted) break;
         Side ours{"streaming server", ourPort, true, {}, 0, 0, 0}, ref{"nginx", nginxPort, false, {}, 0, 0, 0};
         // Once each unmeasured: the file into the page cache, both servers warm.
         fetch(ours, c, false);
@@ -395,5 +406,6 @@ int main(int argc, char** argv) {
     }
     endNginx();
     server.stop();
-    return allMeasured ? 0 : 1;
+    if (gInterrupted) fprintf(stderr, "streaming bench: interrupted\n");
+    return allMeasured && !gInterrupted ? 0 : 1;
 }
