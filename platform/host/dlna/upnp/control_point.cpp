@@ -236,6 +236,7 @@ struct UpnpControlPoint::Impl {
     };
 
     mutable std::mutex lock;
+    std::mutex terminateLock;
     Listener listener;
     Options options;
     std::string iface, ip, whyText;
@@ -899,14 +900,25 @@ int UpnpControlPoint::stop() {
 void UpnpControlPoint::terminate() {
     stop();
     Impl& m = *m_impl;
-    std::lock_guard<std::mutex> g(m.lock);
-    if (m.registered) {
-        UpnpUnRegisterClient(m.handle);
-        m.registered = false;
-        m.handle = -1;
+    // libupnp's own threads may be in our callback waiting for the lock
+    // (an advertisement arriving) while it shuts down and waits for them:
+    // the lock is not held across its calls. terminateLock keeps two
+    // terminates apart.
+    std::lock_guard<std::mutex> t(m.terminateLock);
+    bool registered, owned;
+    UpnpClient_Handle handle;
+    {
+        std::lock_guard<std::mutex> g(m.lock);
+        registered = m.registered;
+        owned = m.libraryOwned;
+        handle = m.handle;
     }
-    if (m.libraryOwned) {
-        UpnpFinish();
+    if (registered) UpnpUnRegisterClient(handle);
+    if (owned) UpnpFinish();
+    std::lock_guard<std::mutex> g(m.lock);
+    m.registered = false;
+    m.handle = -1;
+    if (owned) {
         m.libraryOwned = false;
         gLibraryInUse = false;
         logLine(DLOG_PRIO_INFO, "control point down");
