@@ -24,7 +24,7 @@ dir="${CAMWIFI_FUZZ_DIR:-build-fuzz}"
 lanes="${CAMWIFI_FUZZ_JOBS:-2}"
 
 all_targets=(sp_request sp_response mode_request push_handler mode_handler push_client callback_url notify_body
-             upnp_description upnp_soap_answer upnp_last_change streaming_request)
+             upnp_description upnp_soap_answer upnp_last_change streaming_request gena_notify)
 targets=("$@")
 if [[ ${#targets[@]} -eq 0 ]]; then targets=("${all_targets[@]}"); fi
 

@@ -224,8 +224,9 @@ protected:
                 return false;
             }
         }
-        // A 4-second clip played to its end, a 12-second one to pause and seek in.
-        for (auto clip : {std::make_pair("SAM_0004.MP4", 40), std::make_pair("SAM_0005.MP4", 120)}) {
+        // An 8-second clip played to its end (long enough for its position to
+        // be polled a few times), a 12-second one to pause and seek in.
+        for (auto clip : {std::make_pair("SAM_0004.MP4", 80), std::make_pair("SAM_0005.MP4", 120)}) {
             std::string mp4 = "gst-launch-1.0 -q videotestsrc num-buffers=" + std::to_string(clip.second) +
                               " ! video/x-raw,width=320,height=240,framerate=10/1 ! x264enc ! mp4mux ! filesink "
                               "location=" + card.dcim() + "/" + clip.first + " >/dev/null 2>&1";
@@ -426,6 +427,24 @@ TEST_P(RendererStory, RendererLeavingWhileAVideoPlaysIsReportedAndTerminateRetur
     EXPECT_LT(std::chrono::steady_clock::now() - t0, std::chrono::seconds(3));
     EXPECT_FALSE(host::upnpstack::controlPointUp());
     EXPECT_FALSE(host::upnpstack::streamingServerRunning());
+}
+
+// The TV hangs while a video plays (its network stack still accepts, the
+// renderer answers nothing): terminate still returns promptly.
+TEST_P(RendererStory, TerminateReturnsPromptlyWhenTheTvHangsMidVideo) {
+    std::string skip = skipReason();
+    if (!skip.empty()) GTEST_SKIP() << skip;
+    startAndChoose();
+    if (HasFatalFailure()) return;
+    ASSERT_EQ(DlnaMrcpPlayFile(file("SAM_0005.MP4").c_str()), 1);
+    ASSERT_TRUE(waitForEvent("PLAY_STARTED", 1, 20000)) << eventList() << gone();
+    tvRenderer->freeze();
+    auto t0 = std::chrono::steady_clock::now();
+    EXPECT_EQ(DlnaMrcpTerminate(), 1);
+    auto took = std::chrono::steady_clock::now() - t0;
+    tvRenderer->thaw();
+    EXPECT_LT(took, std::chrono::seconds(3)) << std::chrono::duration_cast<std::chrono::milliseconds>(took).count() << " ms";
+    EXPECT_FALSE(host::upnpstack::controlPointUp());
 }
 
 // A TV that accepts every request and never answers: the photo's STOP

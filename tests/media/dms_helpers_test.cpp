@@ -223,4 +223,15 @@ TEST_F(DmsHelpers, AConfigurationFileThatIsNotWellFormedYieldsNoValue) {
     ZEBTerminateZEB();
 }
 
+// A file cut short inside a character reference (a card pulled while the
+// file was written): no value, and the parser never reads past the text.
+TEST_F(DmsHelpers, AConfigurationFileCutShortInACharacterReferenceYieldsNoValue) {
+    mediatest::writeFile(path("/mnt/mmc/config/UPnPConfig.xml"),
+                         "<?xml version=\"1.0\"?>\n<UPnPConfig>\n"
+                         "<HTTPStreamingPort>7001</HTTPStreamingPort>\n<FriendlyName>Cam&#");
+    ASSERT_EQ(ZEBInitializeZEB(path("/mnt/mmc/config/UPnPConfig.xml").c_str()), 0);
+    EXPECT_EQ(configValue("HTTPStreamingPort"), "(none)");
+    ZEBTerminateZEB();
+}
+
 }  // namespace

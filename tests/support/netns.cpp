@@ -111,6 +111,10 @@ NsProcess::~NsProcess() { end(); }
 
 bool NsProcess::alive() { return m_pid > 0 && waitpid(m_pid, nullptr, WNOHANG) == 0; }
 
+void NsProcess::signal(int sig) {
+    if (m_pid > 0) kill(m_pid, sig);
+}
+
 void NsProcess::end() {
     if (m_pid <= 0) return;
     kill(m_pid, SIGTERM);

@@ -55,6 +55,8 @@ public:
     ~NsProcess();
     // False once the process has ended (crashed or exited).
     bool alive();
+    // Sends sig to the process (SIGSTOP freezes it, SIGCONT thaws it).
+    void signal(int sig);
     void end();
 
 private:

@@ -3,6 +3,7 @@
 #include <arpa/inet.h>
 #include <netinet/in.h>
 #include <poll.h>
+#include <signal.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
@@ -125,6 +126,14 @@ bool TvRenderer::alive() { return m_process && m_process->alive(); }
 
 void TvRenderer::end() {
     if (m_process) m_process->end();
+}
+
+void TvRenderer::freeze() {
+    if (m_process) m_process->signal(SIGSTOP);
+}
+
+void TvRenderer::thaw() {
+    if (m_process) m_process->signal(SIGCONT);
 }
 
 bool searchDevice(const std::string& friendlyName, int timeoutMs, FoundDevice* out) {

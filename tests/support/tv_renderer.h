@@ -51,6 +51,9 @@ public:
     bool alive();
     // Ends the renderer as a user would (SIGTERM): it says byebye on its way out.
     void end();
+    // A TV that hangs: its kernel still accepts connections, nothing answers.
+    void freeze();
+    void thaw();
 
     // Finds the renderer with an M-SEARCH from the calling thread's namespace
     // and reads its description: its UDN and control URLs. Waits at most

@@ -12,6 +12,8 @@
 
 #include <ixml.h>
 
+#include "xml_guard.h"
+
 #include "host_internal.h"
 #include "zeb_media_internal.h"
 #include "zeb_stack.h"
@@ -44,7 +46,7 @@ std::string trimmed(const std::string& s) {
 // and CDATA are handled by the parser, and a file that is not well-formed
 // yields no value at all rather than a guess.
 bool xmlElementText(const std::string& rawXml, const std::string& name, std::string* value) {
-    if (name.empty()) return false;
+    if (name.empty() || !host::xml::safeForIxml(rawXml)) return false;
     IXML_Document* doc = nullptr;
     if (ixmlParseBufferEx(rawXml.c_str(), &doc) != IXML_SUCCESS || doc == nullptr) return false;
     bool found = false;

@@ -18,7 +18,6 @@
 //   longer than a queue operation; an answer comes at the latest after the
 //   control point's action time (camwifi::upnp::kActionTimeoutMs), as 801.
 #include <arpa/inet.h>
-#include <cstdarg>
 #include <cstdio>
 #include <net/if.h>
 #include <netinet/in.h>
@@ -39,6 +38,7 @@
 #include "host_upnp_stack.h"
 #include "scripted_stack.h"
 #include "streaming_server.h"
+#include "upnp_log.h"
 #include "zeb_media_internal.h"
 #include "zeb_network_stack.h"
 #include "zeb_objects.h"
@@ -52,19 +52,11 @@ using camwifi::upnp::HttpStreamingServer;
 using camwifi::upnp::RendererDetails;
 using camwifi::upnp::StatusEvent;
 using camwifi::upnp::UpnpControlPoint;
+using camwifi::upnp::logLine;
 
 // The one profile the real stack hands out (the library keeps 20 for "none").
 constexpr int kProfile = 1;
 
-void logLine(int prio, const char* fmt, ...) __attribute__((format(printf, 2, 3)));
-void logLine(int prio, const char* fmt, ...) {
-    char buf[512];
-    va_list ap;
-    va_start(ap, fmt);
-    vsnprintf(buf, sizeof buf, fmt, ap);
-    va_end(ap);
-    __dlog_print(DLOG_BUFFER_APPS, prio, "ZEB_UPNP", "%s", buf);
-}
 
 struct UpnpStack {
     std::mutex lock;

@@ -18,16 +18,18 @@
 #include <cerrno>
 #include <chrono>
 #include <condition_variable>
-#include <cstdarg>
 #include <cstdio>
 #include <cstring>
 #include <deque>
 #include <map>
 #include <mutex>
 #include <thread>
+#include <tuple>
 
 #include "dlog.h"
+#include "event_receiver.h"
 #include "http_client.h"
+#include "upnp_log.h"
 #include "upnp_xml.h"
 
 namespace camwifi {
@@ -49,23 +51,18 @@ constexpr size_t kMaxEarlyEvents = 16;
 // Before a new URI: how long a renderer may take to report itself stopped,
 // and how often it is asked meanwhile.
 constexpr int kStopWaitMs = 2000;
+constexpr int kStopPollMs = 50;
+// All UNSUBSCRIBEs of a stop together take at most this long.
+constexpr int kUnsubscribeMs = 500;
+// A subscription that failed is tried again after this long.
+constexpr int kResubscribeMs = 30000;
 // Lifetime of the camera's own advertisements (libupnp repeats them in time).
 constexpr int kAdvertisementSeconds = 1800;
 // Larger description files are not the camera's.
 constexpr size_t kMaxDescriptionBytes = 1 << 20;
-constexpr int kStopPollMs = 50;
 
 std::atomic<bool> gLibraryInUse{false};
 
-void logLine(int prio, const char* fmt, ...) __attribute__((format(printf, 2, 3)));
-void logLine(int prio, const char* fmt, ...) {
-    char buf[512];
-    va_list ap;
-    va_start(ap, fmt);
-    vsnprintf(buf, sizeof buf, fmt, ap);
-    va_end(ap);
-    __dlog_print(DLOG_BUFFER_APPS, prio, "ZEB_UPNP", "%s", buf);
-}
 
 // The IPv4 address of iface; "" when it has none or does not exist.
 std::string ipv4Of(const std::string& iface, bool* exists) {
@@ -230,6 +227,8 @@ struct UpnpControlPoint::Impl {
         bool announced = false;
         bool subscribing = false;
         std::string sid;
+        std::string eventSubUrl;       // where the subscription was made
+        Clock::time_point renewAt;     // when to renew it
         std::unique_ptr<Worker> worker;
         // True once the device left: answers of requests cut short say so.
         std::atomic<bool> gone{false};
@@ -249,6 +248,7 @@ struct UpnpControlPoint::Impl {
     std::map<std::string, std::shared_ptr<Device>> devices;  // by UDN
     std::vector<std::string> order;                          // announced renderers, in order
     std::vector<std::shared_ptr<Device>> retired;            // left; workers to join
+    EventReceiver receiver;  // the CALLBACK address of every subscription
     std::map<std::string, std::string> sidToUdn;
     std::map<std::string, std::vector<std::vector<std::pair<std::string, std::string>>>> earlyEvents;
 
@@ -416,6 +416,7 @@ struct UpnpControlPoint::Impl {
             }
             l.unlock();
             expire();
+            renewSubscriptions();
             joinRetired();
             l.lock();
             houseChanged.wait_for(l, std::chrono::milliseconds(500), [&] { return houseStopping; });
@@ -661,66 +662,122 @@ struct UpnpControlPoint::Impl {
     }
 
     // --- GENA -------------------------------------------------------------------
-    static int subscribeDone(Upnp_EventType type, const void* event, void* cookie) {
-        auto* self = static_cast<Impl*>(cookie);
-        if (type != UPNP_EVENT_SUBSCRIBE_COMPLETE || event == nullptr) return 0;
-        auto* e = static_cast<const UpnpEventSubscribe*>(event);
-        std::string url = UpnpEventSubscribe_get_PublisherUrl_cstr(e) ? UpnpEventSubscribe_get_PublisherUrl_cstr(e) : "";
-        std::string sid = UpnpEventSubscribe_get_SID_cstr(e) ? UpnpEventSubscribe_get_SID_cstr(e) : "";
-        int err = UpnpEventSubscribe_get_ErrCode(e);
+    // SUBSCRIBE (or, with a SID, its renewal) on the device's worker. On
+    // success the SID is known and the renewal due at half the granted time.
+    void subscribeNow(const std::shared_ptr<Device>& d, const std::string& url, const std::string& sid) {
+        std::vector<std::pair<std::string, std::string>> headers;
+        if (sid.empty()) {
+            headers = {{"CALLBACK", "<" + receiver.callbackUrl() + ">"}, {"NT", "upnp:event"}};
+        } else {
+            headers = {{"SID", sid}};
+        }
+        headers.push_back({"TIMEOUT", "Second-" + std::to_string(options.subscriptionSeconds)});
+        HttpResult r = httpRequest("SUBSCRIBE", url, headers, "", options.actionTimeoutMs, d->worker->cancelFd());
+        if (r.outcome == HttpResult::kCancelled) return;
+        const std::string* newSid = r.outcome == HttpResult::kOk ? findHeader(r.headers, "SID") : nullptr;
+        const std::string* timeout = r.outcome == HttpResult::kOk ? findHeader(r.headers, "TIMEOUT") : nullptr;
+        int seconds = timeout ? parseSubscriptionTimeout(*timeout) : -1;
+        if (seconds < 0) seconds = options.subscriptionSeconds;  // none or malformed: what was asked for
+        if (seconds == 0) seconds = 24 * 3600;                     // "infinite": renewed daily all the same
         std::vector<std::vector<std::pair<std::string, std::string>>> early;
-        std::string udn;
+        bool ok = r.status == 200 && newSid != nullptr && !newSid->empty();
         {
-            std::lock_guard<std::mutex> g(self->lock);
-            for (auto& d : self->devices) {
-                const ServiceInfo* s = d.second->description.service(kAVTransport);
-                if (!d.second->subscribing || s == nullptr || s->eventSubUrl != url) continue;
-                d.second->subscribing = false;
-                if (err == UPNP_E_SUCCESS && !sid.empty()) {
-                    d.second->sid = sid;
-                    self->sidToUdn[sid] = d.first;
-                    udn = d.first;
-                    auto it = self->earlyEvents.find(sid);
-                    if (it != self->earlyEvents.end()) {
-                        early = std::move(it->second);
-                        self->earlyEvents.erase(it);
-                    }
+            std::lock_guard<std::mutex> g(lock);
+            d->subscribing = false;
+            if (!d->sid.empty()) sidToUdn.erase(d->sid);
+            d->sid.clear();
+            d->eventSubUrl = url;
+            d->renewAt = Clock::now() + std::chrono::milliseconds(kResubscribeMs);  // after a failure
+            if (ok && !d->gone) {
+                d->sid = *newSid;
+                d->renewAt = Clock::now() + std::chrono::seconds(std::max(1, seconds / 2));
+                sidToUdn[d->sid] = d->udn;
+                auto it = earlyEvents.find(d->sid);
+                if (it != earlyEvents.end()) {
+                    early = std::move(it->second);
+                    earlyEvents.erase(it);
                 }
-                break;
             }
         }
-        if (err != UPNP_E_SUCCESS) {
-            logLine(DLOG_PRIO_ERROR, "subscription to %s failed: %d (%s)", url.c_str(), err, UpnpGetErrorMessage(err));
-            return 0;
+        if (!ok) {
+            // A new subscription follows after kResubscribeMs (a renewal may
+            // be refused when the renderer restarted and forgot us).
+            logLine(DLOG_PRIO_ERROR, "%s of %s failed: %s %d %s", sid.empty() ? "subscription" : "renewal",
+                    url.c_str(), outcomeName(r.outcome), r.status, r.error.c_str());
+            return;
         }
-        logLine(DLOG_PRIO_INFO, "subscribed to %s: %s", url.c_str(), sid.c_str());
-        for (auto& vars : early) self->deliverEvent(udn, std::move(vars));
-        return 0;
+        if (sid.empty()) logLine(DLOG_PRIO_INFO, "subscribed to %s: %s", url.c_str(), newSid->c_str());
+        for (auto& vars : early) deliverEvent(d->udn, std::move(vars));
     }
 
-    void eventReceived(const UpnpEvent* e) {
-        const char* sidText = UpnpEvent_get_SID_cstr(e);
-        IXML_Document* changed = UpnpEvent_get_ChangedVariables(e);
-        if (sidText == nullptr || changed == nullptr) return;
+    // Renews the subscriptions that are due and subscribes again where a
+    // renewal failed (search thread).
+    void renewSubscriptions() {
+        std::vector<std::tuple<std::shared_ptr<Device>, std::string, std::string>> due;
+        {
+            std::lock_guard<std::mutex> g(lock);
+            auto now = Clock::now();
+            for (auto& e : devices) {
+                Device& d = *e.second;
+                if (d.subscribing || d.eventSubUrl.empty() || d.renewAt > now) continue;
+                d.subscribing = true;
+                due.emplace_back(e.second, d.eventSubUrl, d.sid);
+            }
+        }
+        for (auto& job : due) {
+            std::shared_ptr<Device> d = std::get<0>(job);
+            std::weak_ptr<Device> weak = d;
+            std::string url = std::get<1>(job), sid = std::get<2>(job);
+            if (!d->worker->post([this, weak, url, sid](bool run) {
+                    auto dev = weak.lock();
+                    if (run && dev) subscribeNow(dev, url, sid);
+                })) {
+                std::lock_guard<std::mutex> g(lock);
+                d->subscribing = false;
+            }
+        }
+    }
+
+    // Best-effort UNSUBSCRIBE of every subscription, all of them within
+    // kUnsubscribeMs: a renderer that does not hear it lets the
+    // subscription expire.
+    void unsubscribeAll(const std::map<std::string, std::shared_ptr<Device>>& all) {
+        auto deadline = Clock::now() + std::chrono::milliseconds(kUnsubscribeMs);
+        for (auto& e : all) {
+            std::string url, sid;
+            {
+                std::lock_guard<std::mutex> g(lock);
+                url = e.second->eventSubUrl;
+                sid = e.second->sid;
+            }
+            auto left = std::chrono::duration_cast<std::chrono::milliseconds>(deadline - Clock::now()).count();
+            if (sid.empty() || url.empty() || left <= 0) continue;
+            httpRequest("UNSUBSCRIBE", url, {{"SID", sid}}, "", static_cast<int>(left));
+        }
+    }
+
+    // A NOTIFY the receiver took; false for a SID that is not ours.
+    bool eventReceived(const EventMessage& message) {
         std::vector<std::pair<std::string, std::string>> vars;
-        DOMString text = ixmlDocumenttoString(changed);
-        bool ok = text != nullptr && parsePropertySet(text, &vars);
-        if (text) ixmlFreeDOMString(text);
-        if (!ok) return;
+        if (!parsePropertySet(message.body, &vars)) return true;  // ours, but nothing to read
         std::string udn;
         {
             std::lock_guard<std::mutex> g(lock);
-            auto it = sidToUdn.find(sidText);
+            auto it = sidToUdn.find(message.sid);
             if (it == sidToUdn.end()) {
+                bool pending = false;
+                for (auto& d : devices) pending = pending || d.second->subscribing;
+                if (!pending) return false;
                 // The first NOTIFY may overtake the answer to the SUBSCRIBE.
-                auto& early = earlyEvents[sidText];
+                auto& early = earlyEvents[message.sid];
                 if (early.size() < kMaxEarlyEvents) early.push_back(std::move(vars));
                 if (earlyEvents.size() > kMaxEarlyEvents) earlyEvents.erase(earlyEvents.begin());
-                return;
+                return true;
             }
             udn = it->second;
         }
         deliverEvent(udn, std::move(vars));
+        return true;
     }
 
     void deliverEvent(const std::string& udn, std::vector<std::pair<std::string, std::string>> vars) {
@@ -757,24 +814,6 @@ struct UpnpControlPoint::Impl {
                 if (udn && *udn && !self->isOwn(udn)) {
                     logLine(DLOG_PRIO_INFO, "byebye from %s", udn);
                     self->remove(udn);
-                }
-                break;
-            }
-            case UPNP_EVENT_RECEIVED:
-                self->eventReceived(static_cast<const UpnpEvent*>(event));
-                break;
-            case UPNP_EVENT_AUTORENEWAL_FAILED:
-            case UPNP_EVENT_SUBSCRIPTION_EXPIRED: {
-                auto* e = static_cast<const UpnpEventSubscribe*>(event);
-                const char* sid = UpnpEventSubscribe_get_SID_cstr(e);
-                logLine(DLOG_PRIO_ERROR, "subscription %s ended (%d)", sid ? sid : "", UpnpEventSubscribe_get_ErrCode(e));
-                if (sid == nullptr) break;
-                std::lock_guard<std::mutex> g(self->lock);
-                auto it = self->sidToUdn.find(sid);
-                if (it != self->sidToUdn.end()) {
-                    auto dev = self->devices.find(it->second);
-                    if (dev != self->devices.end()) dev->second->sid.clear();  // a later subscribe tries again
-                    self->sidToUdn.erase(it);
                 }
                 break;
             }
@@ -853,6 +892,13 @@ int UpnpControlPoint::start() {
         std::lock_guard<std::mutex> g(m.houseLock);
         m.houseStopping = false;
     }
+    int rc = m.receiver.start(m.ip, [&m](const EventMessage& message) { return m.eventReceived(message); });
+    if (rc != 0) {
+        std::lock_guard<std::mutex> g(m.lock);
+        m.started = false;
+        m.fail(std::string("no port for renderer events: ") + strerror(rc));
+        return rc;
+    }
     m.eventThread = std::thread([&m] { m.eventLoop(); });
     m.houseThread = std::thread([&m] { m.houseLoop(); });
     if (!m.options.descriptionDir.empty()) m.advertise();
@@ -887,6 +933,8 @@ int UpnpControlPoint::stop() {
         m.events.clear();
     }
     m.eventChanged.notify_all();
+    m.receiver.stop();
+    m.unsubscribeAll(devices);
     for (auto& d : devices) d.second->worker->cancel();
     for (auto& d : devices) d.second->worker->join();
     m.joinRetired();
@@ -961,27 +1009,27 @@ int UpnpControlPoint::details(const std::string& udn, RendererDetails* out) cons
 int UpnpControlPoint::subscribe(const std::string& udn) {
     Impl& m = *m_impl;
     std::string url;
-    int timeout;
+    std::shared_ptr<Impl::Device> d;
     {
         std::lock_guard<std::mutex> g(m.lock);
         auto it = m.devices.find(udn);
         if (!m.started || it == m.devices.end() || it->second->state != Impl::State::kRenderer) return 1;
-        Impl::Device& d = *it->second;
-        if (!d.sid.empty() || d.subscribing) return 0;
-        const ServiceInfo* s = d.description.service(kAVTransport);
+        d = it->second;
+        if (!d->sid.empty() || d->subscribing) return 0;
+        const ServiceInfo* s = d->description.service(kAVTransport);
         if (s == nullptr || s->eventSubUrl.empty()) return 0;  // a renderer without events is polled
         url = s->eventSubUrl;
-        d.subscribing = true;
-        timeout = m.options.subscriptionSeconds;
+        d->subscribing = true;
     }
-    // Runs on libupnp's threads; the answer arrives in subscribeDone.
-    int rc = UpnpSubscribeAsync(m.handle, url.c_str(), timeout, &Impl::subscribeDone, m_impl.get());
-    if (rc != UPNP_E_SUCCESS) {
-        logLine(DLOG_PRIO_ERROR, "subscribing to %s failed: %d (%s)", url.c_str(), rc, UpnpGetErrorMessage(rc));
+    std::weak_ptr<Impl::Device> weak = d;
+    Impl* impl = &m;
+    if (!d->worker->post([impl, weak, url](bool run) {
+            auto dev = weak.lock();
+            if (run && dev) impl->subscribeNow(dev, url, "");
+        })) {
         std::lock_guard<std::mutex> g(m.lock);
-        auto it = m.devices.find(udn);
-        if (it != m.devices.end()) it->second->subscribing = false;
-        return rc;
+        d->subscribing = false;
+        return 1;
     }
     return 0;
 }

@@ -9,10 +9,14 @@
 // answer to every action. The contract's ZEBMRCP* functions forward to it.
 //
 // Who does what:
-// - libupnp: SSDP (search, advertisements) and GENA (subscriptions, their
-//   renewal, the NOTIFY receiver).
-// - this class: descriptions and SOAP actions over its own HTTP client,
-//   each renderer's requests in order on that renderer's own worker thread.
+// - libupnp: SSDP (search, advertisements) and the web server of the
+//   camera's own device description.
+// - this class: descriptions, SOAP actions and GENA subscriptions (SUBSCRIBE,
+//   renewal at half the granted time, UNSUBSCRIBE at stop) over its own HTTP
+//   client, each renderer's requests in order on that renderer's own worker
+//   thread; NOTIFY messages arrive at its EventReceiver. libupnp's GENA
+//   client is not used: its shutdown unsubscribes with a 30-second wait
+//   per renderer, so a hung TV would hold terminate that long.
 //   An action has kActionTimeoutMs for its whole exchange: a renderer that
 //   accepts and never answers gets a failure answer (801) after that time,
 //   and a stop cuts every exchange in flight at once. libupnp's own action
@@ -114,7 +118,7 @@ public:
         int searchIntervalMs = 30000;    // period of the M-SEARCH after the first
         int descriptionTimeoutMs = 5000; // fetching one description
         int actionTimeoutMs = kActionTimeoutMs;
-        int subscriptionSeconds = 1800;  // requested GENA timeout (libupnp renews it)
+        int subscriptionSeconds = 1800;  // requested GENA timeout (renewed at half the granted time)
         int settleMs = kRendererSettleMs; // no action before a renderer is this old
         // Folder of the camera's own device description
         // ("DeviceDescription.xml" and its service descriptions): while

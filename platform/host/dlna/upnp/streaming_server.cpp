@@ -22,6 +22,7 @@
 #include <thread>
 
 #include "dlog.h"
+#include "upnp_log.h"
 #include "http_client.h"
 
 namespace camwifi {
@@ -384,7 +385,7 @@ int HttpStreamingServer::start(int port, const std::vector<std::string>& roots) 
         real.push_back(s);
     }
     if (real.empty()) {
-        __dlog_print(DLOG_BUFFER_APPS, DLOG_PRIO_ERROR, "ZEB_UPNP", "streaming server: no media folder exists");
+        logLine(DLOG_PRIO_ERROR, "streaming server: no media folder exists");
         return ENOENT;
     }
     int fd = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0);
@@ -398,7 +399,7 @@ int HttpStreamingServer::start(int port, const std::vector<std::string>& roots) 
     if (bind(fd, reinterpret_cast<sockaddr*>(&addr), sizeof addr) != 0 || listen(fd, 64) != 0) {
         int err = errno;
         close(fd);
-        __dlog_print(DLOG_BUFFER_APPS, DLOG_PRIO_ERROR, "ZEB_UPNP", "streaming server: port %d: %s", port,
+        logLine(DLOG_PRIO_ERROR, "streaming server: port %d: %s", port,
                      strerror(err));
         return err;
     }

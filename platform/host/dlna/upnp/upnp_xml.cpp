@@ -8,44 +8,20 @@
 #include <cstring>
 #include <memory>
 
+#include "xml_guard.h"
+
 namespace camwifi {
 namespace upnp {
 
 namespace {
-
-// ixml frees a document by recursing over children and siblings, so a flat
-// list of a few hundred thousand elements from the network would exhaust a
-// thread's stack. Descriptions, SOAP answers and events hold a few dozen
-// elements; anything with more tags than this is refused unparsed.
-constexpr size_t kMaxTags = 4096;
 
 struct DocFree {
     void operator()(IXML_Document* d) const { ixmlDocument_free(d); }
 };
 using Doc = std::unique_ptr<IXML_Document, DocFree>;
 
-// ixml reads past the end of its buffer on a character reference cut short
-// ("&#" with no digits and ';' after it, as at the end of a truncated event),
-// and a NUL byte inside the text cuts the buffer it sees exactly there. XML
-// holds neither, so such text is refused before the parser sees it.
-bool characterReferencesComplete(const std::string& text) {
-    if (text.find('\0') != std::string::npos) return false;
-    for (size_t at = text.find("&#"); at != std::string::npos; at = text.find("&#", at + 2)) {
-        size_t i = at + 2;
-        const bool hex = i < text.size() && text[i] == 'x';
-        if (hex) ++i;
-        const size_t digits = i;
-        while (i < text.size() && (hex ? isxdigit(static_cast<unsigned char>(text[i]))
-                                       : isdigit(static_cast<unsigned char>(text[i]))))
-            ++i;
-        if (i == digits || i >= text.size() || text[i] != ';') return false;
-    }
-    return true;
-}
-
 Doc parse(const std::string& text) {
-    if (std::count(text.begin(), text.end(), '<') > static_cast<std::ptrdiff_t>(kMaxTags)) return nullptr;
-    if (!characterReferencesComplete(text)) return nullptr;
+    if (!host::xml::safeForIxml(text)) return nullptr;
     return Doc(ixmlParseBuffer(text.c_str()));
 }
 
