@@ -11,6 +11,10 @@
 #   scripts/setup.sh --upnp   also the real renderers and media tools of the
 #                             libupnp stack's tests (gmediarender, Rygel,
 #                             GStreamer plugins: a few hundred MB)
+#   scripts/setup.sh --bench  also nginx and ApacheBench, the mode server
+#                             benchmark's reference server and client
+#                             (scripts/bench.sh mode), and perf, which
+#                             profiles the benchmarks and fuzz targets
 # The flags combine: scripts/setup.sh --arm --pkg --upnp.
 set -euo pipefail
 
@@ -22,18 +26,22 @@ packages+=(libcpp-httplib-dev)
 # The real DLNA stack is built on libupnp (small; always needed to build);
 # the configuration file stand-in reads its XML with libupnp's parser (ixml).
 packages+=(libupnp-dev)
-arm=0 pkg=0 upnp=0
+arm=0 pkg=0 upnp=0 bench=0
 for flag in "$@"; do
   case "$flag" in
     --arm) arm=1 ;;
     --pkg) pkg=1 ;;
     --upnp) upnp=1 ;;
-    *) echo "usage: $0 [--arm] [--pkg] [--upnp]" >&2; exit 2 ;;
+    --bench) bench=1 ;;
+    *) echo "usage: $0 [--arm] [--pkg] [--upnp] [--bench]" >&2; exit 2 ;;
   esac
 done
 if [[ $upnp -eq 1 ]]; then
   packages+=(gmediarender rygel rygel-playbin gstreamer1.0-tools gstreamer1.0-plugins-base
              gstreamer1.0-plugins-good gstreamer1.0-plugins-ugly gstreamer1.0-libav)
+fi
+if [[ $bench -eq 1 ]]; then
+  packages+=(nginx-light apache2-utils linux-perf)
 fi
 if [[ $arm -eq 1 ]]; then
   packages+=(g++-arm-linux-gnueabihf qemu-user libgtest-dev:armhf libgmock-dev:armhf
