@@ -1,5 +1,7 @@
 #include "SP/SP_HTTP_Request.h"
 
+#include <cstring>
+
 #include "Dlna/DlnaLog.h"
 
 namespace {
@@ -7,6 +9,8 @@ namespace {
 // The push client and server put this before the device name in their user
 // agents; what follows it is the name the UI shows for a phone.
 constexpr char kAgentMarker[] = "ORB_SP_";
+
+bool isBlank(char c) { return c == ' ' || c == '\t'; }
 
 std::string toLower(std::string s) {
     for (char& c : s)
@@ -112,11 +116,18 @@ int SP_HTTP_Request::parse(const std::string& text) {
     std::string line;
     if (reader.next(&line)) {
         if (!parseRequestLine(line)) return 0;
-        while (reader.next(&line)) {
-            const size_t colon = line.find(':');
-            if (colon == std::string::npos) continue;  // not a header line
-            m_Headers.emplace_back(http::trimEndBlanks(line.substr(0, colon)),
-                                   line.substr(http::skipBlanks(line, colon + 1)));
+        // Header lines are read where they stand in text: name up to the
+        // first colon less trailing blanks, value after the leading ones.
+        size_t begin, end;
+        while (reader.next(&begin, &end)) {
+            const void* at = memchr(text.data() + begin, ':', end - begin);
+            if (at == nullptr) continue;  // not a header line
+            const size_t colon = static_cast<size_t>(static_cast<const char*>(at) - text.data());
+            size_t nameEnd = colon;
+            while (nameEnd > begin && isBlank(text[nameEnd - 1])) --nameEnd;
+            size_t valueBegin = colon + 1;
+            while (valueBegin < end && isBlank(text[valueBegin])) ++valueBegin;
+            m_Headers.emplace_back(text.substr(begin, nameEnd - begin), text.substr(valueBegin, end - valueBegin));
         }
     }
     interpretHeaders();
