@@ -1,7 +1,6 @@
 #include "ModeServer/ModeHttpRequest.h"
 
 #include <cctype>
-#include <cstring>
 
 #include "Dlna/DlnaLog.h"
 #include "SP/http.h"
@@ -87,14 +86,8 @@ bool ModeHttpRequest::parseRequestLine(const std::string& line) {
 }
 
 void ModeHttpRequest::addHeaderLine(const std::string& text, size_t begin, size_t end) {
-    const void* at = memchr(text.data() + begin, ':', end - begin);
-    if (at == nullptr) return;
-    const size_t colon = static_cast<size_t>(static_cast<const char*>(at) - text.data());
-    size_t nameEnd = colon;
-    while (nameEnd > begin && isBlank(text[nameEnd - 1])) --nameEnd;
-    size_t valueStart = colon + 1;
-    while (valueStart < end && isBlank(text[valueStart])) ++valueStart;
-    m_vHeaders.emplace_back(text.substr(begin, nameEnd - begin), text.substr(valueStart, end - valueStart));
+    std::string name, value;
+    if (http::splitHeaderLine(text, begin, end, &name, &value)) m_vHeaders.emplace_back(std::move(name), std::move(value));
 }
 
 void ModeHttpRequest::interpretHeaders() {

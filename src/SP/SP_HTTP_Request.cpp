@@ -1,7 +1,5 @@
 #include "SP/SP_HTTP_Request.h"
 
-#include <cstring>
-
 #include "Dlna/DlnaLog.h"
 
 namespace {
@@ -9,8 +7,6 @@ namespace {
 // The push client and server put this before the device name in their user
 // agents; what follows it is the name the UI shows for a phone.
 constexpr char kAgentMarker[] = "ORB_SP_";
-
-bool isBlank(char c) { return c == ' ' || c == '\t'; }
 
 std::string toLower(std::string s) {
     for (char& c : s)
@@ -119,15 +115,11 @@ int SP_HTTP_Request::parse(const std::string& text) {
         // Header lines are read where they stand in text: name up to the
         // first colon less trailing blanks, value after the leading ones.
         size_t begin, end;
+        std::string name, value;
         while (reader.next(&begin, &end)) {
-            const void* at = memchr(text.data() + begin, ':', end - begin);
-            if (at == nullptr) continue;  // not a header line
-            const size_t colon = static_cast<size_t>(static_cast<const char*>(at) - text.data());
-            size_t nameEnd = colon;
-            while (nameEnd > begin && isBlank(text[nameEnd - 1])) --nameEnd;
-            size_t valueBegin = colon + 1;
-            while (valueBegin < end && isBlank(text[valueBegin])) ++valueBegin;
-            m_Headers.emplace_back(text.substr(begin, nameEnd - begin), text.substr(valueBegin, end - valueBegin));
+            // A line without a colon is not a header line.
+            if (http::splitHeaderLine(text, begin, end, &name, &value))
+                m_Headers.emplace_back(std::move(name), std::move(value));
         }
     }
     interpretHeaders();
