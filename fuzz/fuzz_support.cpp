@@ -1,6 +1,5 @@
 #include "fuzz_support.h"
 
-#include <fcntl.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
@@ -44,6 +43,11 @@ extern "C" int __dlog_print(int, int, const char*, const char* fmt, ...) {
 
 namespace fuzzsupport {
 
+namespace {
+// Input sizes that the default socket buffers take whole.
+constexpr size_t kDefaultRoom = 32 * 1024;
+}  // namespace
+
 void forgetJournal() { host::clearJournal(); }
 
 void fail(const char* what, const char* file, int line) {
@@ -57,16 +61,20 @@ bool PeerPair::open(const uint8_t* data, size_t size) {
     if (socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, fds) != 0) return false;
     m_camera = fds[0];
     m_phone = fds[1];
-    // Room for the whole input in one go, in both directions.
-    const int room = static_cast<int>(2 * kMaxSocketInput);
-    setsockopt(m_phone, SOL_SOCKET, SO_SNDBUF, &room, sizeof room);
-    setsockopt(m_camera, SOL_SOCKET, SO_RCVBUF, &room, sizeof room);
-    setsockopt(m_camera, SOL_SOCKET, SO_SNDBUF, &room, sizeof room);
-    setsockopt(m_phone, SOL_SOCKET, SO_RCVBUF, &room, sizeof room);
-    fcntl(m_phone, F_SETFL, fcntl(m_phone, F_GETFL, 0) | O_NONBLOCK);
+    // Room for the whole input in one go, in both directions. The default
+    // buffers (about 200 KiB) hold the common small inputs already; four
+    // calls fewer per run for those.
+    if (size > kDefaultRoom) {
+        const int room = static_cast<int>(2 * kMaxSocketInput);
+        setsockopt(m_phone, SOL_SOCKET, SO_SNDBUF, &room, sizeof room);
+        setsockopt(m_camera, SOL_SOCKET, SO_RCVBUF, &room, sizeof room);
+        setsockopt(m_camera, SOL_SOCKET, SO_SNDBUF, &room, sizeof room);
+        setsockopt(m_phone, SOL_SOCKET, SO_RCVBUF, &room, sizeof room);
+    }
     size_t done = 0;
     while (done < size) {
-        const ssize_t n = send(m_phone, data + done, size - done, MSG_NOSIGNAL);
+        // Never waits: what does not fit is a failed open.
+        const ssize_t n = send(m_phone, data + done, size - done, MSG_NOSIGNAL | MSG_DONTWAIT);
         if (n <= 0) {
             close(m_camera);
             close(m_phone);
