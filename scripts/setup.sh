@@ -11,8 +11,10 @@
 #   scripts/setup.sh --upnp   also the real renderers and media tools of the
 #                             libupnp stack's tests (gmediarender, Rygel,
 #                             GStreamer plugins: a few hundred MB)
-#   scripts/setup.sh --bench  also nginx, the streaming benchmark's reference
-#                             server (scripts/bench.sh --streaming)
+#   scripts/setup.sh --bench  also nginx and ApacheBench, the mode server
+#                             benchmark's reference server and client
+#                             (scripts/bench.sh mode), and perf, which
+#                             profiles the benchmarks and fuzz targets
 # The flags combine: scripts/setup.sh --arm --pkg --upnp.
 set -euo pipefail
 
@@ -39,7 +41,7 @@ if [[ $upnp -eq 1 ]]; then
              gstreamer1.0-plugins-good gstreamer1.0-plugins-ugly gstreamer1.0-libav)
 fi
 if [[ $bench -eq 1 ]]; then
-  packages+=(nginx-light)
+  packages+=(nginx-light apache2-utils linux-perf)
 fi
 if [[ $arm -eq 1 ]]; then
   packages+=(g++-arm-linux-gnueabihf qemu-user libgtest-dev:armhf libgmock-dev:armhf

@@ -11,21 +11,24 @@ const char kUserAgentPrefix[] = "ORB_MODE_";
 
 bool isBlank(char c) { return c == ' ' || c == '\t'; }
 
-// The lines of text, split at each CR LF; a last piece without CR LF counts
-// as a line too.
-std::vector<std::string> splitLines(const std::string& text) {
-    std::vector<std::string> lines;
-    size_t pos = 0;
-    for (;;) {
-        const size_t end = text.find("\r\n", pos);
-        if (end == std::string::npos) {
-            if (pos < text.size()) lines.push_back(text.substr(pos));
-            return lines;
-        }
-        lines.push_back(text.substr(pos, end - pos));
-        pos = end + 2;
+// Walks the lines of a text, split at each CR LF; a last piece without CR LF
+// counts as a line too. Lines are handed out as [begin, end) of the text.
+class Lines {
+public:
+    explicit Lines(const std::string& text) : m_text(text) {}
+    bool next(size_t* begin, size_t* end) {
+        if (m_pos >= m_text.size()) return false;
+        const size_t crlf = m_text.find("\r\n", m_pos);
+        *begin = m_pos;
+        *end = crlf == std::string::npos ? m_text.size() : crlf;
+        m_pos = crlf == std::string::npos ? m_text.size() : crlf + 2;
+        return true;
     }
-}
+
+private:
+    const std::string& m_text;
+    size_t m_pos = 0;
+};
 
 std::string lowerCase(std::string text) {
     for (char& c : text) c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
@@ -38,9 +41,11 @@ void ModeHttpRequest::clear() { *this = ModeHttpRequest(); }
 
 bool ModeHttpRequest::parse(const std::string& text) {
     clear();
-    const std::vector<std::string> lines = splitLines(text);
-    if (lines.empty() || !parseRequestLine(lines[0])) return false;
-    for (size_t i = 1; i < lines.size() && !lines[i].empty(); ++i) addHeaderLine(lines[i]);
+    Lines lines(text);
+    size_t begin, end;
+    if (!lines.next(&begin, &end) || !parseRequestLine(text.substr(begin, end - begin))) return false;
+    // The headers end at the first empty line.
+    while (lines.next(&begin, &end) && end > begin) addHeaderLine(text, begin, end);
     interpretHeaders();
 
     DLNA_LOG_I(DLNA_MS_TAG, "\nReponse has been parsed:\n");
@@ -80,14 +85,9 @@ bool ModeHttpRequest::parseRequestLine(const std::string& line) {
     return true;
 }
 
-void ModeHttpRequest::addHeaderLine(const std::string& line) {
-    const size_t colon = line.find(':');
-    if (colon == std::string::npos) return;
-    size_t nameEnd = colon;
-    while (nameEnd > 0 && isBlank(line[nameEnd - 1])) --nameEnd;
-    size_t valueStart = colon + 1;
-    while (valueStart < line.size() && isBlank(line[valueStart])) ++valueStart;
-    m_vHeaders.emplace_back(line.substr(0, nameEnd), line.substr(valueStart));
+void ModeHttpRequest::addHeaderLine(const std::string& text, size_t begin, size_t end) {
+    std::string name, value;
+    if (http::splitHeaderLine(text, begin, end, &name, &value)) m_vHeaders.emplace_back(std::move(name), std::move(value));
 }
 
 void ModeHttpRequest::interpretHeaders() {

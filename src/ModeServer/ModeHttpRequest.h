@@ -52,7 +52,8 @@ public:
 
 private:
     bool parseRequestLine(const std::string& line);
-    void addHeaderLine(const std::string& line);
+    // The header line [begin, end) of text; a line without a colon is none.
+    void addHeaderLine(const std::string& text, size_t begin, size_t end);
     void interpretHeaders();
 };
 

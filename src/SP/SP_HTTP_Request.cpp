@@ -112,11 +112,14 @@ int SP_HTTP_Request::parse(const std::string& text) {
     std::string line;
     if (reader.next(&line)) {
         if (!parseRequestLine(line)) return 0;
-        while (reader.next(&line)) {
-            const size_t colon = line.find(':');
-            if (colon == std::string::npos) continue;  // not a header line
-            m_Headers.emplace_back(http::trimEndBlanks(line.substr(0, colon)),
-                                   line.substr(http::skipBlanks(line, colon + 1)));
+        // Header lines are read where they stand in text: name up to the
+        // first colon less trailing blanks, value after the leading ones.
+        size_t begin, end;
+        std::string name, value;
+        while (reader.next(&begin, &end)) {
+            // A line without a colon is not a header line.
+            if (http::splitHeaderLine(text, begin, end, &name, &value))
+                m_Headers.emplace_back(std::move(name), std::move(value));
         }
     }
     interpretHeaders();

@@ -102,6 +102,20 @@ std::string trimEndBlanks(const std::string& text) {
     return last == std::string::npos ? std::string() : text.substr(0, last + 1);
 }
 
+bool splitHeaderLine(const std::string& text, size_t begin, size_t end, std::string* name, std::string* value) {
+    const void* at = std::memchr(text.data() + begin, ':', end - begin);
+    if (at == nullptr) return false;
+    const size_t colon = static_cast<size_t>(static_cast<const char*>(at) - text.data());
+    const auto blank = [](char c) { return c == ' ' || c == '\t'; };
+    size_t nameEnd = colon;
+    while (nameEnd > begin && blank(text[nameEnd - 1])) --nameEnd;
+    size_t valueBegin = colon + 1;
+    while (valueBegin < end && blank(text[valueBegin])) ++valueBegin;
+    name->assign(text, begin, nameEnd - begin);
+    value->assign(text, valueBegin, end - valueBegin);
+    return true;
+}
+
 bool LineReader::next(size_t* begin, size_t* end) {
     if (m_pos >= m_text.size()) return false;
     const size_t crlf = m_text.find("\r\n", m_pos);

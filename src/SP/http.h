@@ -85,6 +85,10 @@ size_t skipBlanks(const std::string& text, size_t pos);
 size_t skipToken(const std::string& text, size_t pos);
 // text without its trailing blanks.
 std::string trimEndBlanks(const std::string& text);
+// The header line [begin, end) of text, split at its first colon: the name
+// without trailing blanks, the value without leading ones. False (and both
+// left alone) when the line has no colon.
+bool splitHeaderLine(const std::string& text, size_t begin, size_t end, std::string* name, std::string* value);
 
 // Walks a message head line by line. Only CR LF ends a line (a bare LF is an
 // ordinary character); the walk ends at the empty line that closes the head

@@ -2,7 +2,16 @@
 // priorities, tags, buffer, base name and the standard-error copy.
 #include <gtest/gtest.h>
 
+#include <dirent.h>
+#include <limits.h>
+#include <unistd.h>
+
+#include <cstdio>
+#include <fstream>
+#include <set>
 #include <string>
+#include <thread>
+#include <vector>
 
 #include "Dlna/DlnaLog.h"
 #include "SP/SPDebug.h"
@@ -167,6 +176,103 @@ TEST_F(LogFrame, LogFileNamedByCamwifiLogReceivesEachLine) {
     EXPECT_NE(content.find("\x1b[mto the file\x1b[m\n"), std::string::npos);
     EXPECT_NE(content.find("E/DLNA_MS "), std::string::npos);
     EXPECT_NE(content.find("\x1b[31mand an error\x1b[m\n"), std::string::npos);
+}
+
+namespace fileonly {
+
+// Descriptors of this process open on path.
+int descriptorsOpenOn(const std::string& path) {
+    int count = 0;
+    DIR* d = opendir("/proc/self/fd");
+    if (d == nullptr) return -1;
+    while (dirent* e = readdir(d)) {
+        if (e->d_name[0] == '.') continue;
+        char target[PATH_MAX];
+        const std::string link = std::string("/proc/self/fd/") + e->d_name;
+        const ssize_t n = readlink(link.c_str(), target, sizeof target - 1);
+        if (n <= 0) continue;
+        target[n] = '\0';
+        if (path == target) ++count;
+    }
+    closedir(d);
+    return count;
+}
+
+std::vector<std::string> linesOf(const std::string& path) {
+    std::vector<std::string> lines;
+    std::ifstream in(path);
+    for (std::string l; std::getline(in, l);) lines.push_back(l);
+    return lines;
+}
+
+}  // namespace fileonly
+
+TEST_F(LogFrame, LogFileStaysOpenOnceAcrossLines) {
+    testsupport::TempDir dir;
+    const std::string path = dir.path() + "/camwifi.log";
+    setenv("CAMWIFI_LOG", path.c_str(), 1);
+    for (int i = 0; i < 50; ++i) DLNA_LOG_I(DLNA_TAG, "line %d", i);
+    // One descriptor for the whole run, not one per line, and every line is
+    // already readable while the process goes on.
+    EXPECT_EQ(fileonly::descriptorsOpenOn(path), 1);
+    EXPECT_EQ(fileonly::linesOf(path).size(), 50u);
+    DLNA_LOG_I(DLNA_TAG, "one more");
+    EXPECT_EQ(fileonly::descriptorsOpenOn(path), 1);
+    const auto lines = fileonly::linesOf(path);
+    ASSERT_EQ(lines.size(), 51u);
+    EXPECT_NE(lines.back().find("\x1b[mone more\x1b[m"), std::string::npos) << lines.back();
+    unsetenv("CAMWIFI_LOG");
+}
+
+TEST_F(LogFrame, LogFileFollowsCamwifiLogToAnotherFile) {
+    testsupport::TempDir dir;
+    const std::string first = dir.path() + "/first.log";
+    const std::string second = dir.path() + "/second.log";
+    setenv("CAMWIFI_LOG", first.c_str(), 1);
+    DLNA_LOG_I(DLNA_TAG, "to the first");
+    setenv("CAMWIFI_LOG", second.c_str(), 1);
+    DLNA_LOG_I(DLNA_TAG, "to the second");
+    unsetenv("CAMWIFI_LOG");
+    DLNA_LOG_I(DLNA_TAG, "to no file");
+    const auto a = fileonly::linesOf(first);
+    const auto b = fileonly::linesOf(second);
+    ASSERT_EQ(a.size(), 1u);
+    ASSERT_EQ(b.size(), 1u);
+    EXPECT_NE(a[0].find("to the first"), std::string::npos);
+    EXPECT_NE(b[0].find("to the second"), std::string::npos);
+    // The first file is let go once the log has moved on.
+    EXPECT_EQ(fileonly::descriptorsOpenOn(first), 0);
+}
+
+TEST_F(LogFrame, LogFileKeepsEveryLineWholeFromManyThreads) {
+    testsupport::TempDir dir;
+    const std::string path = dir.path() + "/camwifi.log";
+    setenv("CAMWIFI_LOG", path.c_str(), 1);
+    constexpr int kThreads = 8;
+    constexpr int kLines = 500;
+    // Long lines, so that interleaved pieces of two lines would show.
+    const std::string filler(180, 'x');
+    std::vector<std::thread> threads;
+    for (int t = 0; t < kThreads; ++t)
+        threads.emplace_back([t, &filler] {
+            for (int i = 0; i < kLines; ++i) DLNA_LOG_I(DLNA_TAG, "t%d n%d %s end", t, i, filler.c_str());
+        });
+    for (auto& th : threads) th.join();
+    unsetenv("CAMWIFI_LOG");
+    const auto lines = fileonly::linesOf(path);
+    ASSERT_EQ(lines.size(), static_cast<size_t>(kThreads * kLines));
+    std::set<std::string> seen;
+    for (const std::string& l : lines) {
+        const size_t at = l.find("> \x1b[mt");
+        ASSERT_NE(at, std::string::npos) << l;
+        ASSERT_EQ(l.compare(0, 7, "I/DLNA "), 0) << l;
+        const std::string body = l.substr(at + 5);
+        ASSERT_GE(body.size(), filler.size() + 7) << l;
+        ASSERT_EQ(body.substr(body.size() - 7), " end\x1b[m") << l;
+        seen.insert(body.substr(0, body.find(' ', body.find(' ') + 1)));
+    }
+    EXPECT_EQ(seen.size(), static_cast<size_t>(kThreads * kLines));
+    EXPECT_EQ(fileonly::descriptorsOpenOn(path), 1);
 }
 
 TEST_F(LogFrame, CapturedLinesAreBounded) {
