@@ -64,6 +64,7 @@ dict_of() {
     notify_body) echo fuzz/dict/notify_body.dict ;;
     streaming_request) echo fuzz/dict/streaming_request.dict ;;
     upnp_description|upnp_soap_answer|upnp_last_change) echo fuzz/dict/upnp_xml.dict ;;
+    gena_notify) echo fuzz/dict/gena_notify.dict ;;
   esac
 }
 
