@@ -8,6 +8,7 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdio>
 #include <chrono>
@@ -217,7 +218,7 @@ std::string headWithLines(const std::string& requestLine, int count, const std::
 }
 
 bool sendEndlessBody(const std::string& src, uint16_t port, const std::string& head, int timeoutMs,
-                     std::string* reply, size_t* bodySent) {
+                     std::string* reply, size_t* bodySent, int* kept) {
     *bodySent = 0;
     const int fd = testsupport::connectFrom(src, "127.0.0.1", port);
     if (fd < 0) return false;
@@ -251,14 +252,19 @@ bool sendEndlessBody(const std::string& src, uint16_t port, const std::string& h
         if (headSent < head.size()) headSent += static_cast<size_t>(n);
         else *bodySent += static_cast<size_t>(n);
     }
-    drop(fd, false);
+    if (kept != nullptr && !closed) *kept = fd;
+    else drop(fd, false);
     return closed;
 }
 
 void dropMidRequest(const std::string& src, uint16_t port, const std::string& request, size_t bytes, bool reset) {
-    const int fd = testsupport::connectFrom(src, "127.0.0.1", port);
+    // Without waiting on a full accept queue (a server busy with one phone):
+    // a connection not made within 200 ms is dropped with nothing sent.
+    const int fd = openNonBlocking(src, port);
     if (fd < 0) return;
-    testsupport::sendAll(fd, request.substr(0, bytes));
+    pollfd p{fd, POLLOUT, 0};
+    if (poll(&p, 1, 200) == 1 && (p.revents & POLLOUT) && !(p.revents & (POLLERR | POLLHUP)))
+        (void)send(fd, request.data(), std::min(bytes, request.size()), MSG_NOSIGNAL | MSG_DONTWAIT);
     drop(fd, reset);
 }
 

@@ -90,9 +90,11 @@ std::string headWithLines(const std::string& requestLine, int count, const std::
 // Connects from src to 127.0.0.1:port, sends head and then body bytes
 // without end, as fast as the server takes them, until the server closes or
 // resets the connection, or timeoutMs passes. True when it closed; what it
-// answered meanwhile goes to reply, the body bytes sent to bodySent.
+// answered meanwhile goes to reply, the body bytes sent to bodySent. When
+// the server did not close and kept is given, the connection stays open
+// and *kept is its descriptor (the caller drops it); else it is closed.
 bool sendEndlessBody(const std::string& src, uint16_t port, const std::string& head, int timeoutMs,
-                     std::string* reply, size_t* bodySent);
+                     std::string* reply, size_t* bodySent, int* kept = nullptr);
 // Opens a connection from src, sends the first `bytes` of request and drops
 // it (with a reset when asked) without waiting for anything.
 void dropMidRequest(const std::string& src, uint16_t port, const std::string& request, size_t bytes, bool reset);
