@@ -47,7 +47,7 @@ size_t rssSlackBytes() {
     const size_t mib = 1024 * 1024;
 #if defined(HOSTILE_ASAN)
     return (32 + 256) * mib;
-#elif defined(HOSTILE_TSAN)
+#elif defined(HOSTILE_TSAN) || defined(__arm__)
     return 4 * 32 * mib;
 #else
     return 32 * mib;
