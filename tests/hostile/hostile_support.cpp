@@ -203,6 +203,14 @@ bool sendAndWaitForClose(const std::string& src, uint16_t port, const std::strin
     return closed;
 }
 
+void expectClosedWithoutReply(const std::string& src, uint16_t port, const std::string& text, int64_t withinMs) {
+    int64_t took = 0;
+    std::string reply;
+    EXPECT_TRUE(sendAndWaitForClose(src, port, text, 8000, &took, &reply)) << "the server kept the connection";
+    EXPECT_EQ(reply, "");
+    EXPECT_LT(took, withinMs);
+}
+
 std::string endlessHead(const std::string& requestLine, size_t bytes) {
     std::string head = requestLine + "\r\n";
     while (head.size() < bytes) head += "X-Padding: 0123456789abcdef0123456789abcdef\r\n";

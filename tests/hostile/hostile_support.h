@@ -83,6 +83,10 @@ bool closedByPeer(int fd, int timeoutMs, std::string* received);
 // timeoutMs, and (when it did) after how long and with what reply.
 bool sendAndWaitForClose(const std::string& src, uint16_t port, const std::string& text, int timeoutMs,
                          int64_t* tookMs, std::string* reply);
+// Test expectation: a client at src sends text, and the server closes the
+// connection without a reply in less than withinMs (the server's head time
+// limit less a margin: the refusal comes from a bound, not the clock).
+void expectClosedWithoutReply(const std::string& src, uint16_t port, const std::string& text, int64_t withinMs);
 // A head that never ends: a request line and header lines up to about
 // `bytes`, without the empty line.
 std::string endlessHead(const std::string& requestLine, size_t bytes);
