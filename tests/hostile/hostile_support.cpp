@@ -11,6 +11,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstdio>
+#include <cstdlib>
 #include <chrono>
 #include <thread>
 
@@ -47,19 +48,26 @@ size_t rssSlackBytes() {
     const size_t mib = 1024 * 1024;
 #if defined(HOSTILE_ASAN)
     return (32 + 256) * mib;
-#elif defined(HOSTILE_TSAN) || defined(__arm__)
+#elif defined(HOSTILE_TSAN)
     return 4 * 32 * mib;
 #else
     return 32 * mib;
 #endif
 }
 
+bool emulated() {
+    // The ARM build's tests run under qemu-arm, which the build tells them.
+    const char* e = getenv("CAMWIFI_EMULATED");
+    return e != nullptr && *e != '\0';
+}
+
 int scaled(int n) {
-#if defined(HOSTILE_ASAN) || defined(HOSTILE_TSAN) || defined(__arm__)
-    return n / 10 > 0 ? n / 10 : 1;
+#if defined(HOSTILE_ASAN) || defined(HOSTILE_TSAN)
+    const bool slow = true;
 #else
-    return n;
+    const bool slow = emulated();
 #endif
+    return slow ? (n / 10 > 0 ? n / 10 : 1) : n;
 }
 
 size_t residentBytes() {
@@ -260,6 +268,14 @@ bool sendEndlessBody(const std::string& src, uint16_t port, const std::string& h
         if (headSent < head.size()) headSent += static_cast<size_t>(n);
         else *bodySent += static_cast<size_t>(n);
     }
+    if (closed) {
+        // A server that closes with the body unread resets the connection,
+        // and a send may meet the reset before its answer was read: what
+        // arrived before the reset is still there to read.
+        char buf[4096];
+        ssize_t n;
+        while ((n = recv(fd, buf, sizeof buf, MSG_DONTWAIT)) > 0) reply->append(buf, static_cast<size_t>(n));
+    }
     if (kept != nullptr && !closed) *kept = fd;
     else drop(fd, false);
     return closed;
@@ -322,13 +338,22 @@ void Tricklers::stop() {
     m_fds.clear();
 }
 
+void expectMemoryNear(const Resources& now, const Resources& base) {
+    EXPECT_LE(now.heap, base.heap + kHeapSlackBytes) << "memory kept";
+    // Under an emulator the resident set is the emulator's (each guest
+    // thread that ever ran leaves its own state and translated code there,
+    // 170 MiB after 1,000 threads): only the guest's heap count tells.
+    if (emulated()) return;
+    EXPECT_LE(now.rss, base.rss + rssSlackBytes())
+        << "resident memory kept: " << (static_cast<long long>(now.rss) - static_cast<long long>(base.rss)) / 1024
+        << " KiB more than at the start";
+}
+
 void expectBackTo(const Resources& base, int timeoutMs) {
     const Resources now = settleTo(base, timeoutMs);
     EXPECT_EQ(now.descriptors, base.descriptors) << "descriptors left open";
     EXPECT_EQ(now.threads, base.threads) << "threads left running";
-    EXPECT_LE(now.heap, base.heap + kHeapSlackBytes) << "memory kept";
-    EXPECT_LE(now.rss, base.rss + rssSlackBytes()) << "resident memory kept: " << (static_cast<long long>(now.rss) - static_cast<long long>(base.rss)) / 1024
-                                                   << " KiB more than at the start";
+    expectMemoryNear(now, base);
 }
 
 }  // namespace hostile

@@ -28,18 +28,21 @@ constexpr size_t kHeapSlackBytes = 16 * 1024 * 1024;
 // of one 4 KiB page per request in a run of 10,000 requests is 40 MiB, and
 // of one 64 KiB read buffer per connection in 1,000 dropped ones 64 MiB, so
 // either would still show. Under AddressSanitizer freed blocks wait in its
-// quarantine (256 MiB by default) before reuse, under ThreadSanitizer every
-// touched page has shadow pages besides, and under qemu-arm (the 32-bit ARM
-// suite) the resident set is the emulator's, with its cache of translated
-// code: the bound grows by those, and the heap count above is the finer
-// check there.
+// quarantine (256 MiB by default) before reuse, and under ThreadSanitizer
+// every touched page has shadow pages besides: the bound grows by those,
+// and the heap count above is the finer check there. Under an emulator
+// (the 32-bit ARM suite runs under qemu-arm) the resident set is the
+// emulator's and is not checked at all; the guest's heap count is.
 size_t rssSlackBytes();
 
+// True when the tests run under an emulator (CAMWIFI_EMULATED set, as the
+// ARM build's test commands do).
+bool emulated();
+
 // A count of a load scenario for this build: n in a plain build, n / 10
-// (at least 1) under a sanitizer or on the 32-bit ARM build (which CI runs
-// under qemu-arm), where each request costs 5 to 10 times the CPU and the
-// suites run side by side on two cores. What is checked per request is the
-// same; only the number of repetitions shrinks.
+// (at least 1) under a sanitizer or an emulator, where each request costs 5
+// to 10 times the CPU and CI runs those suites side by side on two cores.
+// What is checked per request is the same; only the repetitions shrink.
 int scaled(int n);
 
 // What the process holds at one moment.
@@ -132,8 +135,12 @@ private:
 
 // Test expectations: the resources of now are those of base (descriptors
 // and threads exactly, the heap within kHeapSlackBytes, the resident set
-// within rssSlackBytes()), waiting up to timeoutMs for them to settle.
+// within rssSlackBytes() unless emulated()), waiting up to timeoutMs for
+// them to settle.
 void expectBackTo(const Resources& base, int timeoutMs);
+// The memory part of it: the heap of now within kHeapSlackBytes of base's,
+// the resident set within rssSlackBytes() (not under an emulator).
+void expectMemoryNear(const Resources& now, const Resources& base);
 
 }  // namespace hostile
 

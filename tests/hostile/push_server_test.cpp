@@ -208,8 +208,7 @@ TEST_F(HostilePushPeer, TenThousandSequentialRequestsLeaveNothingBehind) {
     EXPECT_EQ(waitForFailure(0), 0u) << "nothing failed";
     // Memory does not grow with the number of requests served, and the
     // running server holds what it held after its first phone.
-    EXPECT_LE(halfway.heap, serving.heap + hostile::kHeapSlackBytes);
-    EXPECT_LE(halfway.rss, serving.rss + hostile::rssSlackBytes());
+    hostile::expectMemoryNear(halfway, serving);
     hostile::expectBackTo(serving, 8000);
     expectBackToBaseline();
 }
