@@ -180,8 +180,12 @@ void CameraUi::record(const UiEvent& in) {
     }
     m_changed.notify_all();
     if (ask && m_autoAccept.load()) {
+        // The question this event asked, by feature as well as MAC: a mode
+        // server phone's MAC is often unknown (empty), and an empty MAC
+        // alone would take the oldest question of any feature, leaving
+        // this one (and the server thread waiting on it) unanswered.
         std::string said;
-        answer(true, e.mac, &said);
+        answerFor(e.feature, e.mac, true, &said);
     }
 }
 
@@ -422,6 +426,14 @@ bool CameraUi::answer(bool yes, const std::string& mac, std::string* said) {
     for (size_t i = 0; i < m_questions.size(); ++i)
         if (mac.empty() || m_questions[i].mac == mac) return answerLocked(g, i, yes, said);
     *said = mac.empty() ? "no phone is waiting for an answer" : "no phone " + mac + " is waiting for an answer";
+    return false;
+}
+
+bool CameraUi::answerFor(Feature feature, const std::string& mac, bool yes, std::string* said) {
+    std::unique_lock<std::mutex> g(m_lock);
+    for (size_t i = 0; i < m_questions.size(); ++i)
+        if (m_questions[i].feature == feature && m_questions[i].mac == mac) return answerLocked(g, i, yes, said);
+    *said = "no phone " + macOrUnknown(mac) + " is waiting for an answer";
     return false;
 }
 

@@ -100,6 +100,8 @@ private:
     void sayUi(const std::string& text);
     void sim(const std::string& text);
     bool answerLocked(std::unique_lock<std::mutex>& g, size_t index, bool yes, std::string* said);
+    // Answers the oldest question of feature for mac (auto-accept). False when none.
+    bool answerFor(Feature feature, const std::string& mac, bool yes, std::string* said);
 
     SimLog* m_log = nullptr;
     std::atomic<bool> m_autoAccept{false};

@@ -349,6 +349,9 @@ struct HttpStreamingServer::Impl {
             }
             int fd = accept4(listenFd, nullptr, nullptr, SOCK_CLOEXEC | SOCK_NONBLOCK);
             if (fd < 0) continue;
+            // Clients that ended while this loop waited free their slots
+            // now: counting them would refuse this one although a slot is free.
+            reap(false);
             if (clients.size() >= static_cast<size_t>(kMaxStreamingClients)) {
                 answerStatus(fd, 503);
                 close(fd);
