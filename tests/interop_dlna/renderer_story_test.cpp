@@ -74,16 +74,23 @@ void uiCallback(ZEB_CALLBACK_EVENT event, void* value, intptr_t number) {
     gChanged.notify_all();
 }
 
-size_t countOf(const std::string& name) {
+// Events of that name so far; gLock held by the caller.
+size_t countOfLocked(const std::string& name) {
     size_t n = 0;
     for (auto& e : gEvents) n += e == name ? 1 : 0;
     return n;
 }
 
+// Events of that name so far (the UI's callback may be adding one).
+size_t countOf(const std::string& name) {
+    std::lock_guard<std::mutex> g(gLock);
+    return countOfLocked(name);
+}
+
 // Waits until count events of that name arrived in all.
 bool waitForEvent(const std::string& name, size_t count, int timeoutMs) {
     std::unique_lock<std::mutex> l(gLock);
-    return gChanged.wait_for(l, std::chrono::milliseconds(timeoutMs), [&] { return countOf(name) >= count; });
+    return gChanged.wait_for(l, std::chrono::milliseconds(timeoutMs), [&] { return countOfLocked(name) >= count; });
 }
 
 std::string eventList() {
