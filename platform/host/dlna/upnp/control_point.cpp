@@ -243,7 +243,8 @@ struct UpnpControlPoint::Impl {
     UpnpClient_Handle handle = -1;
     // The camera's own device while it is advertised.
     UpnpDevice_Handle deviceHandle = -1;
-    std::string ownUdn, webRoot;
+    std::string ownUdn;
+    std::string webRoot;  // only start() and stop() touch it, one after the other
 
     std::map<std::string, std::shared_ptr<Device>> devices;  // by UDN
     std::vector<std::string> order;                          // announced renderers, in order
@@ -324,8 +325,12 @@ struct UpnpControlPoint::Impl {
             if (body.empty()) body = readFile(dir + "/" + own);
             copied = copied && !body.empty() && writeFile(webRoot + "/" + name, body);
         }
-        std::lock_guard<std::mutex> g(lock);
-        ownUdn = devices[0].udn;  // before the first advertisement comes back to us
+        {
+            std::lock_guard<std::mutex> g(lock);
+            ownUdn = devices[0].udn;  // before the first advertisement comes back to us
+        }
+        // Not under the lock: libupnp's threads may be in our discovery
+        // callback, waiting for it, while these calls wait for them.
         std::string url = "http://" + ip + ":" + std::to_string(UpnpGetServerPort()) + "/DeviceDescription.xml";
         int rc = copied ? UpnpSetWebServerRootDir(webRoot.c_str()) : UPNP_E_FILE_NOT_FOUND;
         UpnpDevice_Handle h = -1;
@@ -339,7 +344,10 @@ struct UpnpControlPoint::Impl {
             removeWebRoot();
             return;
         }
-        deviceHandle = h;
+        {
+            std::lock_guard<std::mutex> g(lock);
+            deviceHandle = h;
+        }
         logLine(DLOG_PRIO_INFO, "advertising \"%s\" %s at %s", devices[0].friendlyName.c_str(), ownUdn.c_str(),
                 url.c_str());
     }
@@ -385,7 +393,6 @@ struct UpnpControlPoint::Impl {
             deviceHandle = -1;
         }
         if (h != -1) UpnpUnRegisterRootDevice(h);
-        std::lock_guard<std::mutex> g(lock);
         removeWebRoot();
     }
 
